@@ -1,0 +1,13 @@
+# Every library that the project calls, in one place. The README's table says what each is for.
+find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
+find_package(GTest REQUIRED)
+find_package(CLI11 REQUIRED)
+find_package(nlohmann_json REQUIRED)
+pkg_check_modules(PIPEWIRE REQUIRED IMPORTED_TARGET libpipewire-0.3)
+pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
+pkg_check_modules(SPNG REQUIRED IMPORTED_TARGET libspng)
+pkg_check_modules(ZIMG REQUIRED IMPORTED_TARGET zimg)
+pkg_check_modules(PLIST REQUIRED IMPORTED_TARGET libplist-2.0)
+pkg_check_modules(CAIRO REQUIRED IMPORTED_TARGET cairo)
+find_library(YUV_LIBRARY yuv REQUIRED)

@@ -1,0 +1,92 @@
+# The only ways in which a target is made. They carry the architecture:
+#
+#   pavo_framework(Name …)  a C framework of the platform, as Frameworks/<Name>/include and …/src
+#   pavo_face(Name …)       a C++ face of an Objective-C framework, as Platform/<Name>/*.h and …/linux
+#   pavo_product(Name …)    a product module: sees headers of faces and frameworks, links none of them
+#   pavo_test(Name …)       a GoogleTest program; names the implementations, or the doubles, that it links
+#
+# Every framework and face is two targets: <Name>_headers (what the product may see) and <Name> (what
+# implements it here). A product module depends on the first kind only, so the final link decides
+# whether it runs on the real thing or on a test's double.
+
+function(pavo_defaults target)
+  target_compile_features(${target} PUBLIC cxx_std_20)
+  set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF C_EXTENSIONS OFF POSITION_INDEPENDENT_CODE ON)
+  target_compile_options(${target} PRIVATE
+    -ffile-prefix-map=${PROJECT_SOURCE_DIR}/= -Wall -Wextra -Wshadow
+    $<$<BOOL:${PAVO_WARNINGS_AS_ERRORS}>:-Werror>)
+  if(PAVO_SANITIZE)
+    target_compile_options(${target} PRIVATE -fsanitize=${PAVO_SANITIZE} -fno-omit-frame-pointer)
+    target_link_options(${target} PUBLIC -fsanitize=${PAVO_SANITIZE})
+  endif()
+endfunction()
+
+# The headers of the named frameworks and faces.
+function(pavo_use_headers target scope)
+  foreach(name ${ARGN})
+    target_link_libraries(${target} ${scope} ${name}_headers)
+  endforeach()
+endfunction()
+
+function(pavo_framework name)
+  cmake_parse_arguments(arg "" "" "SOURCES;USES;LIBS" ${ARGN})
+  add_library(${name}_headers INTERFACE)
+  target_include_directories(${name}_headers INTERFACE ${CMAKE_CURRENT_SOURCE_DIR}/include)
+  pavo_use_headers(${name}_headers INTERFACE ${arg_USES})
+  add_library(${name} STATIC ${arg_SOURCES})
+  target_link_libraries(${name} PUBLIC ${name}_headers Support ${arg_USES} PRIVATE ${arg_LIBS})
+  target_include_directories(${name} PRIVATE
+    ${CMAKE_CURRENT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/Frameworks/CoreFoundation/private)
+  pavo_defaults(${name})
+  set_property(GLOBAL APPEND PROPERTY PAVO_PLATFORM_LIBRARIES ${name})
+endfunction()
+
+function(pavo_face name)
+  cmake_parse_arguments(arg "" "" "SOURCES;USES;LIBS" ${ARGN})
+  add_library(${name}_headers INTERFACE)
+  target_include_directories(${name}_headers INTERFACE ${PROJECT_SOURCE_DIR})
+  pavo_use_headers(${name}_headers INTERFACE Support ${arg_USES})
+  add_library(${name} STATIC ${arg_SOURCES})
+  target_link_libraries(${name} PUBLIC ${name}_headers Support ${arg_USES} PRIVATE ${arg_LIBS})
+  pavo_defaults(${name})
+  set_property(GLOBAL APPEND PROPERTY PAVO_PLATFORM_LIBRARIES ${name})
+endfunction()
+
+function(pavo_product name)
+  cmake_parse_arguments(arg "" "" "SOURCES;MODULES;USES" ${ARGN})
+  add_library(${name} STATIC ${arg_SOURCES})
+  target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${name} PUBLIC ${arg_MODULES})
+  pavo_use_headers(${name} PUBLIC Support ${arg_USES})
+  pavo_defaults(${name})
+endfunction()
+
+# A double: another implementation of the same headers, for tests.
+function(pavo_double name)
+  cmake_parse_arguments(arg "" "" "SOURCES;USES" ${ARGN})
+  add_library(${name} STATIC ${arg_SOURCES})
+  target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
+  pavo_use_headers(${name} PUBLIC Support ${arg_USES})
+  pavo_defaults(${name})
+endfunction()
+
+# WRAPS names C functions that the test replaces (GNU ld --wrap): it defines __wrap_<name> and may call
+# __real_<name>. LIBS are linked in the order given: product modules first, then what implements them.
+function(pavo_test name)
+  cmake_parse_arguments(arg "" "LABEL;TIMEOUT" "SOURCES;LIBS;WRAPS;PROPERTIES" ${ARGN})
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 60)
+  endif()
+  if(NOT arg_LABEL)
+    set(arg_LABEL unit)
+  endif()
+  add_executable(${name} ${arg_SOURCES})
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${name} PRIVATE ${arg_LIBS} Support GTest::gmock GTest::gtest GTest::gtest_main)
+  foreach(symbol ${arg_WRAPS})
+    target_link_options(${name} PRIVATE -Wl,--wrap=${symbol})
+  endforeach()
+  pavo_defaults(${name})
+  gtest_discover_tests(${name} TEST_PREFIX "" DISCOVERY_TIMEOUT 60
+    PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS ${arg_LABEL} ${arg_PROPERTIES})
+endfunction()
