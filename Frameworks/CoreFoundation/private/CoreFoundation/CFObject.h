@@ -35,9 +35,9 @@ struct Class {
 
 struct Object {
     explicit Object(const Class& type, bool isImmortal = false)
-        : isa(&type), retainCount(isImmortal ? kImmortal : 1)
-    {
-    }
+        : isa(&type),
+          retainCount(isImmortal ? kImmortal : 1)
+    {}
     Object(const Object&) = delete;
     Object& operator=(const Object&) = delete;
 
@@ -67,7 +67,10 @@ CFTypeID typeID()
     return reinterpret_cast<CFTypeID>(&T::classInfo());
 }
 
-inline const Object* asObject(CFTypeRef object) { return static_cast<const Object*>(object); }
+inline const Object* asObject(CFTypeRef object)
+{
+    return static_cast<const Object*>(object);
+}
 
 // The object as a T, or null where it is absent or of another type.
 template <typename T>

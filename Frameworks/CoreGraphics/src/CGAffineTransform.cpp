@@ -1,0 +1,1 @@
+#include <CoreGraphics/CGAffineTransform.h>

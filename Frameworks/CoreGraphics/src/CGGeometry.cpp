@@ -1,0 +1,1 @@
+#include <CoreGraphics/CGGeometry.h>

@@ -1,0 +1,1 @@
+#include <mach/mach_time.h>

@@ -1,0 +1,1 @@
+#include <os/log.h>
