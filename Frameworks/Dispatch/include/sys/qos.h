@@ -1,0 +1,18 @@
+#pragma once
+
+// Quality of service: how urgent work is. Larger is more urgent.
+#ifdef __cplusplus
+enum qos_class_t : unsigned int {
+#else
+enum {
+#endif
+    QOS_CLASS_USER_INTERACTIVE = 0x21,
+    QOS_CLASS_USER_INITIATED = 0x19,
+    QOS_CLASS_DEFAULT = 0x15,
+    QOS_CLASS_UTILITY = 0x11,
+    QOS_CLASS_BACKGROUND = 0x09,
+    QOS_CLASS_UNSPECIFIED = 0x00
+};
+#ifndef __cplusplus
+typedef unsigned int qos_class_t;
+#endif
