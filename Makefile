@@ -1,0 +1,24 @@
+# The two commands in front of the build. Both work on a Debian 12 with nothing installed but make.
+
+.PHONY: help demo test build dependencies
+
+help:
+	@echo "make demo          build the camera and watch it work, in about two minutes"
+	@echo "make test          build it and run every test"
+	@echo "make build         build it into build/release"
+	@echo "make dependencies  install the Debian packages that the others need"
+
+dependencies:
+	@Tools/install-dependencies.sh
+
+build: dependencies
+	cmake --preset release -DBUILD_TESTING=OFF
+	cmake --build --preset release
+
+demo: build
+	build/release/pavo demo --sheet build/demo/contact-sheet.png
+
+test: dependencies
+	cmake --preset debug
+	cmake --build --preset debug
+	ctest --preset debug
