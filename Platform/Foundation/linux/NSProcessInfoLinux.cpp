@@ -1,0 +1,22 @@
+#include "Platform/Foundation/NSProcessInfo.h"
+
+#include "Platform/Foundation/linux/OSRelease.h"
+
+#include <fstream>
+#include <iterator>
+#include <string>
+
+namespace ns::ProcessInfo {
+
+OperatingSystemVersion operatingSystemVersion()
+{
+    // The first of the two that exists counts.
+    for (const char* path : {"/etc/os-release", "/usr/lib/os-release"}) {
+        std::ifstream file(path);
+        if (!file) continue;
+        return versionFromOSRelease(std::string(std::istreambuf_iterator<char>(file), {}));
+    }
+    return {};
+}
+
+}  // namespace ns::ProcessInfo
