@@ -8,14 +8,9 @@
 #ifdef __cplusplus
 #define CF_EXTERN_C_BEGIN extern "C" {
 #define CF_EXTERN_C_END }
-// Begins an enumeration with a fixed type. C11 has none, so there the constants are plain integers.
-#define CF_FIXED_ENUM(type, name) enum name : type
 #else
 #define CF_EXTERN_C_BEGIN
 #define CF_EXTERN_C_END
-#define CF_FIXED_ENUM(type, name)                                                                            \
-    typedef type name;                                                                                       \
-    enum
 #endif
 
 CF_EXTERN_C_BEGIN

@@ -13,13 +13,31 @@ CF_EXPORT const CFBooleanRef kCFBooleanFalse;
 CFTypeID CFBooleanGetTypeID(void);
 Boolean CFBooleanGetValue(CFBooleanRef boolean);
 
-CF_FIXED_ENUM(CFIndex, CFNumberType){
-    kCFNumberSInt8Type = 1,    kCFNumberSInt16Type = 2,    kCFNumberSInt32Type = 3,
-    kCFNumberSInt64Type = 4,   kCFNumberFloat32Type = 5,   kCFNumberFloat64Type = 6,
-    kCFNumberCharType = 7,     kCFNumberShortType = 8,     kCFNumberIntType = 9,
-    kCFNumberLongType = 10,    kCFNumberLongLongType = 11, kCFNumberFloatType = 12,
-    kCFNumberDoubleType = 13,  kCFNumberCFIndexType = 14,  kCFNumberNSIntegerType = 15,
-    kCFNumberCGFloatType = 16, kCFNumberMaxType = 16};
+// C11 has no enumerations with a fixed type, so there the constants are plain integers.
+#ifdef __cplusplus
+enum CFNumberType : CFIndex {
+#else
+typedef CFIndex CFNumberType;
+enum {
+#endif
+    kCFNumberSInt8Type = 1,
+    kCFNumberSInt16Type = 2,
+    kCFNumberSInt32Type = 3,
+    kCFNumberSInt64Type = 4,
+    kCFNumberFloat32Type = 5,
+    kCFNumberFloat64Type = 6,
+    kCFNumberCharType = 7,
+    kCFNumberShortType = 8,
+    kCFNumberIntType = 9,
+    kCFNumberLongType = 10,
+    kCFNumberLongLongType = 11,
+    kCFNumberFloatType = 12,
+    kCFNumberDoubleType = 13,
+    kCFNumberCFIndexType = 14,
+    kCFNumberNSIntegerType = 15,
+    kCFNumberCGFloatType = 16,
+    kCFNumberMaxType = 16,
+};
 
 CFTypeID CFNumberGetTypeID(void);
 

@@ -34,7 +34,7 @@ struct Class {
 };
 
 struct Object {
-    explicit Object(const Class& type, bool isImmortal = false)
+    constexpr explicit Object(const Class& type, bool isImmortal = false)
         : isa(&type),
           retainCount(isImmortal ? kImmortal : 1)
     {}
