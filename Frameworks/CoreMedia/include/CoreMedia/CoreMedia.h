@@ -1,0 +1,7 @@
+#pragma once
+
+#include <CoreMedia/CMBase.h>
+#include <CoreMedia/CMFormatDescription.h>
+#include <CoreMedia/CMSampleBuffer.h>
+#include <CoreMedia/CMSync.h>
+#include <CoreMedia/CMTime.h>

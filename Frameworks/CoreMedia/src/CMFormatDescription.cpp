@@ -1,0 +1,1 @@
+#include <CoreMedia/CoreMedia.h>

@@ -1,0 +1,1 @@
+#include <IOSurface/IOSurface.h>
