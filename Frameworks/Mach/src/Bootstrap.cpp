@@ -1,1 +1,125 @@
+#include <fcntl.h>
 #include <servers/bootstrap.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <utility>
+
+#include "BootstrapNamespace.h"
+#include "Descriptor.h"
+#include "PortTable.h"
+
+namespace {
+
+using pavo::UniqueFd;
+using pavo::mach::Namespace;
+
+// A name may fill its buffer and have no NUL.
+std::string textOf(const char* name)
+{
+    return std::string(name, strnlen(name, BOOTSTRAP_MAX_NAME_LEN));
+}
+
+// The socket that a name leads to. Invalid where there is none, or where somebody else could have put it
+// there.
+UniqueFd openSocketFile(int folder, const std::string& name)
+{
+    struct stat status {};
+    if (fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return {};
+    if (!pavo::mach::isTrustedOwner(status.st_uid)) return {};
+    UniqueFd file(openat(folder, name.c_str(), O_PATH | O_CLOEXEC));
+    if (!file.isValid() || fstat(file.get(), &status) != 0) return {};
+    if (!S_ISSOCK(status.st_mode) || !pavo::mach::isTrustedOwner(status.st_uid)) return {};
+    return file;
+}
+
+bool isTrustedPeer(int connection)
+{
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    return getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 &&
+           pavo::mach::isTrustedOwner(peer.uid);
+}
+
+UniqueFd connectTo(const std::string& folderPath, const std::string& name)
+{
+    const auto folder = pavo::mach::openFolder(folderPath, false);
+    if (!folder.isValid()) return {};
+    const auto file = openSocketFile(folder.get(), name);
+    if (!file.isValid()) return {};
+    // Non-blocking at first: a service that takes no connections must not hold its callers.
+    auto connection = pavo::mach::withoutStandardNumbers(
+        UniqueFd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)));
+    if (!connection.isValid()) return {};
+    const auto address = pavo::mach::addressIn(file.get(), "");
+    if (connect(connection.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+        return {};
+    if (!isTrustedPeer(connection.get())) return {};
+    if (fcntl(connection.get(), F_SETFL, 0) != 0) return {};
+    return connection;
+}
+
+}  // namespace
+
+mach_port_t bootstrap_port = pavo::mach::kProcessNamespacePort;
+
+kern_return_t bootstrap_parent(mach_port_t bp, mach_port_t* parent_port)
+{
+    const auto where = pavo::mach::namespaceOf(bp);
+    if (!where || !parent_port) return KERN_INVALID_ARGUMENT;
+    *parent_port = pavo::mach::portOf(pavo::mach::parentOf(*where));
+    return BOOTSTRAP_SUCCESS;
+}
+
+kern_return_t bootstrap_register(mach_port_t bp, name_t service_name, mach_port_t sp)
+{
+    const auto where = pavo::mach::namespaceOf(bp);
+    if (!where || !service_name || !MACH_PORT_VALID(sp)) return KERN_INVALID_ARGUMENT;
+    const auto name = textOf(service_name);
+    if (!pavo::mach::isUsableName(name)) return KERN_INVALID_ARGUMENT;
+    return pavo::mach::PortTable::shared().registerName(pavo::mach::folderOf(*where), name, sp);
+}
+
+kern_return_t bootstrap_look_up(mach_port_t bp, const name_t service_name, mach_port_t* sp)
+{
+    const auto first = pavo::mach::namespaceOf(bp);
+    if (!first || !service_name || !sp) return KERN_INVALID_ARGUMENT;
+    const auto name = textOf(service_name);
+    if (!pavo::mach::isUsableName(name)) return BOOTSTRAP_UNKNOWN_SERVICE;
+    for (auto where = *first;; where = pavo::mach::parentOf(where)) {
+        auto connection = connectTo(pavo::mach::folderOf(where), name);
+        if (connection.isValid()) {
+            *sp = static_cast<mach_port_t>(connection.release());
+            return BOOTSTRAP_SUCCESS;
+        }
+        if (where == Namespace::System) return BOOTSTRAP_UNKNOWN_SERVICE;
+    }
+}
+
+const char* bootstrap_strerror(kern_return_t r)
+{
+    switch (r) {
+    case BOOTSTRAP_SUCCESS:
+        return "Success";
+    case BOOTSTRAP_NOT_PRIVILEGED:
+        return "Permission denied";
+    case BOOTSTRAP_NAME_IN_USE:
+        return "Name already in use";
+    case BOOTSTRAP_UNKNOWN_SERVICE:
+        return "Unknown service name";
+    case BOOTSTRAP_SERVICE_ACTIVE:
+        return "Service already active";
+    case BOOTSTRAP_BAD_COUNT:
+        return "Too many names in one request";
+    case BOOTSTRAP_NO_MEMORY:
+        return "Out of memory";
+    case BOOTSTRAP_NO_CHILDREN:
+        return "No children";
+    default:
+        return "Unknown bootstrap error";
+    }
+}
