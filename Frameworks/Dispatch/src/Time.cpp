@@ -1,10 +1,9 @@
 #include "Time.h"
 
-#include <limits>
+using dispatch::runtime::kLatestTime;
 
 namespace {
 
-constexpr std::uint64_t kLatest = std::numeric_limits<std::int64_t>::max();
 // Not 0, which means now: a time this long ago is simply over.
 constexpr std::uint64_t kEarliest = 1;
 
@@ -12,11 +11,11 @@ constexpr std::uint64_t kEarliest = 1;
 
 dispatch_time_t dispatch_time(dispatch_time_t when, int64_t delta)
 {
-    if (when > kLatest) return DISPATCH_TIME_FOREVER;
+    if (when > kLatestTime) return DISPATCH_TIME_FOREVER;
     const std::uint64_t base = when == DISPATCH_TIME_NOW ? dispatch::runtime::now() : when;
     if (delta >= 0) {
         const auto ahead = static_cast<std::uint64_t>(delta);
-        return ahead > kLatest - base ? DISPATCH_TIME_FOREVER : base + ahead;
+        return ahead > kLatestTime - base ? DISPATCH_TIME_FOREVER : base + ahead;
     }
     const std::uint64_t back = 0 - static_cast<std::uint64_t>(delta);
     return back >= base ? kEarliest : base - back;

@@ -4,8 +4,12 @@
 
 #include <chrono>
 #include <cstdint>
+#include <limits>
 
 namespace dispatch::runtime {
+
+// Whatever is later counts as for ever: the standard library's clocks end here.
+inline constexpr dispatch_time_t kLatestTime = std::numeric_limits<std::int64_t>::max();
 
 // Nanoseconds of CLOCK_MONOTONIC, the host clock.
 inline std::uint64_t now()
