@@ -8,8 +8,8 @@
 #include <type_traits>
 #include <utility>
 
-// Dispatch from C++: closures instead of function and context, and handles that release. Header only, over the
-// plain C interface, so it serves every platform that has one.
+// Dispatch from C++: closures instead of function and context, and handles that release. Header only, over
+// the plain C interface, so it serves every platform that has one.
 namespace dispatch {
 
 // Owns one reference to a dispatch queue.
@@ -85,9 +85,8 @@ template <typename Work>
 void sync(dispatch_queue_t queue, Work&& work)
 {
     using Plain = std::remove_reference_t<Work>;
-    dispatch_sync_f(
-        queue, const_cast<void*>(static_cast<const void*>(std::addressof(work))),
-        [](void* context) { (*static_cast<Plain*>(context))(); });
+    dispatch_sync_f(queue, const_cast<void*>(static_cast<const void*>(std::addressof(work))),
+                    [](void* context) { (*static_cast<Plain*>(context))(); });
 }
 
 // Owns a strict timer source, which starts suspended.
@@ -95,6 +94,8 @@ void sync(dispatch_queue_t queue, Work&& work)
 // The platform ends a process that lets go of a suspended source, and one that resumes a source once too
 // often. The handle therefore counts: it resumes a suspended source exactly once, after it is cancelled, just
 // before it gives it up.
+//
+// Threads: resume, suspend and cancel from one context at a time; the last one lets go of it.
 class TimerSource final {
 public:
     // `queue` is where the event handler runs.
@@ -105,15 +106,12 @@ public:
         dispatch_set_context(source_, handler_);
         // The source may outlive this handle by a fire that is under way, so the source frees the handler.
         dispatch_set_finalizer_f(source_, [](void* context) { delete static_cast<Handler*>(context); });
-        dispatch_source_set_event_handler_f(source_, [](void* context) {
-            if (const auto work = static_cast<Handler*>(context)->get()) (*work)();
-        });
     }
     TimerSource(const TimerSource&) = delete;
     TimerSource& operator=(const TimerSource&) = delete;
     ~TimerSource()
     {
-        dispatch_source_cancel(source_);
+        if (!isCancelled_) dispatch_source_cancel(source_);
         if (isSuspended_) dispatch_resume(source_);
         dispatch_release(source_);
     }
@@ -123,8 +121,14 @@ public:
     {
         dispatch_source_set_timer(source_, start, intervalNanoseconds, 0);
     }
-    // Replaces the handler; an empty one does nothing. A fire under way keeps the handler that it started with.
-    void setEventHandler(std::function<void()> work) { handler_->set(std::move(work)); }
+    // Replaces the handler; an empty one does nothing. A fire under way keeps the handler that it started
+    // with.
+    void setEventHandler(std::function<void()> work)
+    {
+        const dispatch_function_t fire = work ? runHandler : doNothing;
+        handler_->set(std::move(work));
+        dispatch_source_set_event_handler_f(source_, fire);
+    }
     void resume()
     {
         isSuspended_ = false;
@@ -135,7 +139,11 @@ public:
         isSuspended_ = true;
         dispatch_suspend(source_);
     }
-    void cancel() { dispatch_source_cancel(source_); }
+    void cancel()
+    {
+        isCancelled_ = true;
+        dispatch_source_cancel(source_);
+    }
 
 private:
     // The current event handler, shared with the thread that fires.
@@ -158,9 +166,16 @@ private:
         std::shared_ptr<const std::function<void()>> work_;
     };
 
+    static void runHandler(void* context)
+    {
+        if (const auto work = static_cast<Handler*>(context)->get()) (*work)();
+    }
+    static void doNothing(void*) {}
+
     dispatch_source_t source_;
     Handler* handler_;  // owned by the source
     bool isSuspended_ = true;
+    bool isCancelled_ = false;
 };
 
 }  // namespace dispatch
