@@ -186,7 +186,8 @@ template <typename Service>
 bool invokeService(Service& object, std::string_view selector, std::span<const Argument> arguments);
 
 template <typename Service, typename... Adopted>
-bool invokeAdopted(Service& object, std::string_view selector, std::span<const Argument> arguments, Adopts<Adopted...>)
+bool invokeAdopted([[maybe_unused]] Service& object, [[maybe_unused]] std::string_view selector,
+                   [[maybe_unused]] std::span<const Argument> arguments, Adopts<Adopted...>)
 {
     return (invokeService<Adopted>(object, selector, arguments) || ...);
 }

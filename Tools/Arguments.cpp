@@ -1,0 +1,90 @@
+#include "Tools/Arguments.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+
+namespace pavo::tools {
+namespace {
+
+template <typename Number>
+bool parseWhole(std::string_view text, Number& value)
+{
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    return error == std::errc() && end == text.data() + text.size();
+}
+
+std::string quoted(std::string_view text)
+{
+    return "'" + std::string(text) + "'";
+}
+
+constexpr double kFastestRate = 1000;
+
+}  // namespace
+
+Result<Size> parseSize(std::string_view text)
+{
+    const auto cross = text.find('x');
+    Size size{};
+    if (cross == std::string_view::npos || !parseWhole(text.substr(0, cross), size.width) ||
+        !parseWhole(text.substr(cross + 1), size.height))
+        return Problem{"a size is WIDTHxHEIGHT, as 1280x720, not " + quoted(text)};
+    const auto [least, most] = std::minmax(size.width, size.height);
+    if (least < 1 || most > kLargestSide)
+        return Problem{"both sides of a size are from 1 to " + std::to_string(kLargestSide) + ", unlike in " +
+                       quoted(text)};
+    return size;
+}
+
+Result<FrameRate> parseRate(std::string_view text)
+{
+    const Problem problem{
+        "a frame rate is a number above 0 and at most 1000, as 60, 29.97 or 30000/1001, not " + quoted(text)};
+    FrameRate rate{0, 1};
+    const auto slash = text.find('/');
+    if (slash != std::string_view::npos) {
+        if (!parseWhole(text.substr(0, slash), rate.numerator) ||
+            !parseWhole(text.substr(slash + 1), rate.denominator))
+            return problem;
+    } else {
+        double decimal = 0;
+        if (!parseWhole(text, decimal) || !std::isfinite(decimal) || decimal <= 0 || decimal > kFastestRate)
+            return problem;
+        constexpr std::uint32_t kPrecision = 1000;
+        rate = {static_cast<std::uint32_t>(std::lround(decimal * kPrecision)), kPrecision};
+    }
+    if (rate.numerator == 0 || rate.denominator == 0 || rate.framesPerSecond() > kFastestRate) return problem;
+    return rate;
+}
+
+Result<Packing> parsePacking(std::string_view text)
+{
+    const auto isSame = [](char a, char b) {
+        return std::toupper(static_cast<unsigned char>(a)) == std::toupper(static_cast<unsigned char>(b));
+    };
+    for (const auto packing : {Packing::uyvy, Packing::yuy2, Packing::nv12, Packing::i420, Packing::bgra})
+        if (std::ranges::equal(text, nameOf(packing), isSame)) return packing;
+    return Problem{"a format is UYVY, YUY2, NV12, I420 or BGRA, not " + quoted(text)};
+}
+
+Result<std::string> numberedName(std::string_view pattern, unsigned number)
+{
+    const Problem problem{"a file name for several pictures holds one number, as shot-%04d.png, unlike " +
+                          quoted(pattern)};
+    const auto percent = pattern.find('%');
+    const auto end = pattern.find('d', percent == std::string_view::npos ? 0 : percent);
+    if (percent == std::string_view::npos || end == std::string_view::npos) return problem;
+    const std::string_view width = pattern.substr(percent + 1, end - percent - 1);
+    unsigned digits = 1;
+    if (!width.empty() && (width[0] != '0' || !parseWhole(width, digits) || digits > 9)) return problem;
+    if (pattern.find('%', end) != std::string_view::npos) return problem;
+    std::array<char, 16> text{};
+    std::snprintf(text.data(), text.size(), "%0*u", static_cast<int>(digits), number);
+    return std::string(pattern.substr(0, percent)) + text.data() + std::string(pattern.substr(end + 1));
+}
+
+}  // namespace pavo::tools

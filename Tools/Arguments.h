@@ -1,0 +1,25 @@
+#pragma once
+
+#include "Tools/FrameSource.h"
+#include "Tools/Result.h"
+
+#include <string>
+#include <string_view>
+
+namespace pavo::tools {
+
+struct Size {
+    std::uint32_t width;
+    std::uint32_t height;
+};
+
+// "1280x720", each side from 1 to kLargestSide.
+Result<Size> parseSize(std::string_view text);
+// "60", "29.97" or "30000/1001", above 0 and at most 1000.
+Result<FrameRate> parseRate(std::string_view text);
+// A name as nameOf(Packing) gives it, in any case.
+Result<Packing> parsePacking(std::string_view text);
+// Puts a number into the one place of a file name that asks for it: "shot-%04d.png".
+Result<std::string> numberedName(std::string_view pattern, unsigned number);
+
+}  // namespace pavo::tools
