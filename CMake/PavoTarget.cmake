@@ -4,6 +4,7 @@
 #   pavo_face(Name …)       a C++ face of an Objective-C framework, as Platform/<Name>/*.h and …/linux
 #   pavo_product(Name …)    a product module: sees headers of faces and frameworks, links none of them
 #   pavo_test(Name …)       a GoogleTest program; names the implementations, or the doubles, that it links
+#   pavo_check_headers(Name …)  compiles each header of a framework alone, as C and as C++
 #
 # Every framework and face is two targets: <Name>_headers (what the product may see) and <Name> (what
 # implements it here). A product module depends on the first kind only, so the final link decides
@@ -89,4 +90,21 @@ function(pavo_test name)
   pavo_defaults(${name})
   gtest_discover_tests(${name} TEST_PREFIX "" DISCOVERY_TIMEOUT 60
     PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS ${arg_LABEL} ${arg_PROPERTIES})
+endfunction()
+
+# Compiles each header of the framework as the first of a file, so that none needs what another one includes.
+function(pavo_check_headers name)
+  set(include_folder ${PROJECT_SOURCE_DIR}/Frameworks/${name}/include)
+  file(GLOB_RECURSE headers CONFIGURE_DEPENDS RELATIVE ${include_folder} ${include_folder}/*.h)
+  foreach(header ${headers})
+    foreach(language c cpp)
+      set(source ${CMAKE_CURRENT_BINARY_DIR}/HeadersAlone/${header}.${language})
+      file(CONFIGURE OUTPUT ${source} CONTENT "#include <${header}>\n")
+      list(APPEND sources ${source})
+    endforeach()
+  endforeach()
+  add_library(${name}HeadersAlone OBJECT ${sources})
+  target_link_libraries(${name}HeadersAlone PRIVATE ${name}_headers)
+  target_compile_features(${name}HeadersAlone PRIVATE c_std_11)
+  pavo_defaults(${name}HeadersAlone)
 endfunction()

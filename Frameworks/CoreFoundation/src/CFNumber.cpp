@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <limits>
@@ -97,13 +98,12 @@ CFStringRef copyDescription(const Object* object)
 {
     const auto& number = asNumber(object);
     char text[64];
-    if (number.isFloat())
-        std::snprintf(text, sizeof text, "%.17g", number.real);
-    else
+    if (!number.isFloat()) {
         std::snprintf(text, sizeof text, "%lld", static_cast<long long>(number.integer));
-    if (!number.isFloat() || !std::isfinite(number.real)) return createText(text);
-    // The fewest digits that give the same value back.
-    for (int digits = 1; digits <= 17; ++digits) {
+        return createText(text);
+    }
+    // 15 digits show what people wrote; a few values need up to 17 to be told from their neighbours.
+    for (int digits = 15; digits <= 17; ++digits) {
         std::snprintf(text, sizeof text, "%.*g", digits, number.real);
         if (std::strtod(text, nullptr) == number.real) break;
     }
