@@ -43,6 +43,9 @@ CF_EXPORT const CFStringRef kCMFormatDescriptionExtension_YCbCrMatrix;
 CF_EXPORT const CFStringRef kCMFormatDescriptionExtension_BytesPerRow;
 
 CFTypeID CMFormatDescriptionGetTypeID(void);
+
+// Null is allowed, and has nothing: 0, no extensions, no size.
+
 CMMediaType CMFormatDescriptionGetMediaType(CMFormatDescriptionRef desc);
 FourCharCode CMFormatDescriptionGetMediaSubType(CMFormatDescriptionRef desc);
 // Null where there are none.
@@ -60,6 +63,7 @@ OSStatus CMVideoFormatDescriptionCreate(CFAllocatorRef allocator, CMVideoCodecTy
 OSStatus CMVideoFormatDescriptionCreateForImageBuffer(CFAllocatorRef allocator, CVImageBufferRef imageBuffer,
                                                       CMVideoFormatDescriptionRef* formatDescriptionOut);
 
+// Null is allowed.
 CMVideoDimensions CMVideoFormatDescriptionGetDimensions(CMVideoFormatDescriptionRef videoDesc);
 // The keys that extensions and attachments have in common. Lives as long as the process.
 CFArrayRef CMVideoFormatDescriptionGetExtensionKeysCommonWithImageBuffers(void);
