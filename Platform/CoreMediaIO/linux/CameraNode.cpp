@@ -1,0 +1,300 @@
+#include "Platform/CoreMediaIO/linux/CameraNode.h"
+
+#include "Platform/CoreMediaIO/linux/CameraFormats.h"
+#include "Platform/CoreMediaIO/linux/Log.h"
+#include "Platform/CoreMediaIO/linux/PipeWireHeaders.h"
+
+#include <IOSurface/IOSurfacePrivate.h>
+#include <mach/mach_time.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace cmio {
+
+// PipeWire's callbacks, and the hook that they hang on.
+struct PipeWireNodeEvents {
+    static CameraNode& node(void* data) { return *static_cast<CameraNode*>(data); }
+
+    static const pw_stream_events& table()
+    {
+        static const pw_stream_events events = [] {
+            pw_stream_events table{};
+            table.version = PW_VERSION_STREAM_EVENTS;
+            table.state_changed = [](void* data, pw_stream_state, pw_stream_state state, const char* error) {
+                node(data).stateChanged(state, error);
+            };
+            table.param_changed = [](void* data, std::uint32_t id, const spa_pod* param) {
+                if (id == SPA_PARAM_Format) node(data).formatChanged(param);
+            };
+            table.add_buffer = [](void* data, pw_buffer* buffer) { node(data).addBuffer(buffer); };
+            table.remove_buffer = [](void* data, pw_buffer* buffer) { node(data).removeBuffer(buffer); };
+            table.process = [](void* data) { node(data).process(); };
+            return table;
+        }();
+        return events;
+    }
+
+    spa_hook hook{};
+};
+
+namespace {
+
+// How soon the session manager takes the idle node's memory back.
+constexpr const char* kSuspendTimeoutSeconds = "1";
+
+pw_properties* buildProperties(const CameraDescription& description)
+{
+    pw_properties* properties =
+        pw_properties_new(PW_KEY_MEDIA_CLASS, "Video/Source", PW_KEY_MEDIA_ROLE, "Camera", PW_KEY_NODE_NAME,
+                          description.nodeName.c_str(), PW_KEY_NODE_DESCRIPTION, description.label.c_str(),
+                          PW_KEY_NODE_NICK, description.label.c_str(), PW_KEY_NODE_VIRTUAL, "true",
+                          "session.suspend-timeout-seconds", kSuspendTimeoutSeconds, nullptr);
+    if (!description.model.empty())
+        pw_properties_set(properties, PW_KEY_DEVICE_PRODUCT_NAME, description.model.c_str());
+    if (!description.manufacturer.empty())
+        pw_properties_set(properties, PW_KEY_DEVICE_VENDOR_NAME, description.manufacturer.c_str());
+    return properties;
+}
+
+std::array<char, 5> fourCharacters(OSType code)
+{
+    return {static_cast<char>(code >> 24), static_cast<char>(code >> 16), static_cast<char>(code >> 8),
+            static_cast<char>(code), '\0'};
+}
+
+}  // namespace
+
+CameraNode::CameraNode(std::shared_ptr<PipeWireLoop> loop, CameraDescription description,
+                       std::function<void()> onFailure)
+    : loop_(std::move(loop)),
+      description_(std::move(description)),
+      onFailure_(std::move(onFailure)),
+      events_(std::make_unique<PipeWireNodeEvents>())
+{}
+
+CameraNode::~CameraNode() = default;
+
+void CameraNode::attach(pw_core* core)
+{
+    stream_ = pw_stream_new(core, description_.label.c_str(), buildProperties(description_));
+    if (!stream_) {
+        os_log_printf(faceLog(), OS_LOG_TYPE_ERROR, "Cannot create the camera's PipeWire stream: %m");
+        return;
+    }
+    pw_stream_add_listener(stream_, &events_->hook, &PipeWireNodeEvents::table(), this);
+
+    std::array<std::uint8_t, 2048> memory;
+    spa_pod_builder builder{};
+    spa_pod_builder_init(&builder, memory.data(), memory.size());
+    std::array<const spa_pod*, kOfferedFormats.size()> formats;
+    for (std::size_t index = 0; index < formats.size(); ++index)
+        formats[index] =
+            buildFormat(builder, {kOfferedFormats[index], description_.width, description_.height});
+    const auto flags = static_cast<pw_stream_flags>(PW_STREAM_FLAG_DRIVER | PW_STREAM_FLAG_RT_PROCESS |
+                                                    PW_STREAM_FLAG_ALLOC_BUFFERS);
+    const int result = pw_stream_connect(stream_, PW_DIRECTION_OUTPUT, PW_ID_ANY, flags, formats.data(),
+                                         static_cast<std::uint32_t>(formats.size()));
+    if (result < 0)
+        os_log_printf(faceLog(), OS_LOG_TYPE_ERROR, "Cannot publish the camera in PipeWire: %s",
+                      std::strerror(-result));
+}
+
+void CameraNode::detach()
+{
+    if (!stream_) return;
+    isStreaming_ = false;
+    // The data thread uses the stream until this has taken the node from it.
+    pw_stream_destroy(stream_);
+    stream_ = nullptr;
+    dropWaiting();
+    const std::lock_guard guard(drawingMutex_);
+    layout_.reset();
+    memories_.clear();
+}
+
+std::optional<std::uint32_t> CameraNode::nodeId() const
+{
+    const std::uint32_t id = stream_ ? pw_stream_get_node_id(stream_) : PW_ID_ANY;
+    return id == PW_ID_ANY ? std::nullopt : std::optional(id);
+}
+
+void CameraNode::send(OutgoingSample sample)
+{
+    // Most of the time nobody watches: that costs no lock.
+    if (!isStreaming_) return;
+    // Under the lock the state cannot change, and no two threads trigger at once.
+    const PipeWireLoop::Lock lock(*loop_);
+    if (!stream_ || !isStreaming_ || !pw_stream_is_driving(stream_)) return;
+    std::optional<OutgoingSample> replaced = std::move(sample);
+    {
+        const std::lock_guard guard(waitingMutex_);
+        std::swap(waiting_, replaced);
+    }
+    pw_stream_trigger_process(stream_);
+}
+
+void CameraNode::stateChanged(int state, const char* error)
+{
+    isStreaming_ = state == PW_STREAM_STATE_STREAMING;
+    if (isStreaming_) return;
+    dropWaiting();
+    if (state == PW_STREAM_STATE_ERROR) {
+        os_log_printf(faceLog(), OS_LOG_TYPE_ERROR, "PipeWire gave up the camera: %s",
+                      error ? error : "no reason");
+        onFailure_();
+    }
+}
+
+void CameraNode::formatChanged(const spa_pod* format)
+{
+    const std::optional<VideoLayout> layout = format ? parseFormat(format) : std::nullopt;
+    {
+        const std::lock_guard guard(drawingMutex_);
+        layout_ = layout;
+        contentSurface_ = {};
+    }
+    if (!format) return;
+    if (!layout) {
+        pw_stream_set_error(stream_, -EINVAL, "unsupported format");
+        return;
+    }
+    std::array<std::uint8_t, 1024> memory;
+    spa_pod_builder builder{};
+    spa_pod_builder_init(&builder, memory.data(), memory.size());
+    std::array<const spa_pod*, 2> parameters = {buildBuffers(builder, *layout), buildHeaderMeta(builder)};
+    pw_stream_update_params(stream_, parameters.data(), parameters.size());
+}
+
+void CameraNode::addBuffer(pw_buffer* buffer)
+{
+    spa_data& data = buffer->buffer->datas[0];
+    const bool takesMemory = (data.type & (1U << SPA_DATA_MemFd)) != 0;
+    const std::optional<VideoLayout> layout = currentLayout();
+    auto memory = layout && takesMemory ? FrameMemory::create(layout->size()) : nullptr;
+    if (!memory) {
+        pw_stream_set_error(stream_, -ENOMEM, "no memory for frames: %m");
+        return;
+    }
+    data.type = SPA_DATA_MemFd;
+    data.flags = SPA_DATA_FLAG_READWRITE;
+    data.fd = memory->descriptor();
+    data.mapoffset = 0;
+    data.maxsize = static_cast<std::uint32_t>(memory->size());
+    data.data = memory->pixels();
+    buffer->user_data = memory.get();
+    const std::lock_guard guard(drawingMutex_);
+    memories_.push_back(std::move(memory));
+}
+
+void CameraNode::removeBuffer(pw_buffer* buffer)
+{
+    const std::lock_guard guard(drawingMutex_);
+    const void* memory = std::exchange(buffer->user_data, nullptr);
+    std::erase_if(memories_, [memory](const auto& each) { return each.get() == memory; });
+    spa_data& data = buffer->buffer->datas[0];
+    data.fd = -1;
+    data.data = nullptr;
+}
+
+std::optional<VideoLayout> CameraNode::currentLayout()
+{
+    const std::lock_guard guard(drawingMutex_);
+    return layout_;
+}
+
+void CameraNode::process()
+{
+    const std::optional<OutgoingSample> outgoing = takeWaiting();
+    // A client that asks again after a frame finds nothing new.
+    if (!outgoing) return;
+    CVImageBufferRef pixels = CMSampleBufferGetImageBuffer(outgoing->sample.get());
+    if (!pixels) return;
+    const PictureReader picture(cf::retain(pixels));
+
+    const std::lock_guard guard(drawingMutex_);
+    if (!picture.isValid()) {
+        complain(CVPixelBufferGetPixelFormatType(pixels));
+        return;
+    }
+    if (!layout_) return;
+    pw_buffer* buffer = dequeueFree();
+    if (!buffer) return;
+    spa_buffer* content = buffer->buffer;
+    spa_chunk& chunk = *content->datas[0].chunk;
+    chunk.offset = 0;
+    chunk.size = 0;
+    chunk.stride = layout_->stride();
+    chunk.flags = SPA_CHUNK_FLAG_NONE;
+    if (auto* memory = static_cast<FrameMemory*>(buffer->user_data)) {
+        draw(picture, CVPixelBufferGetIOSurface(pixels), *memory);
+        chunk.size = static_cast<std::uint32_t>(memory->size());
+    }
+    void* found = spa_buffer_find_meta_data(content, SPA_META_Header, sizeof(spa_meta_header));
+    if (auto* header = static_cast<spa_meta_header*>(found)) {
+        header->flags = outgoing->isDiscontinuous ? SPA_META_HEADER_FLAG_DISCONT : 0;
+        header->offset = 0;
+        header->pts = static_cast<std::int64_t>(outgoing->hostTimeNanoseconds ? outgoing->hostTimeNanoseconds
+                                                                              : mach_absolute_time());
+        header->dts_offset = 0;
+        header->seq = sequence_++;
+    }
+    pw_stream_queue_buffer(stream_, buffer);
+}
+
+std::optional<OutgoingSample> CameraNode::takeWaiting()
+{
+    const std::lock_guard guard(waitingMutex_);
+    return std::exchange(waiting_, std::nullopt);
+}
+
+void CameraNode::dropWaiting()
+{
+    takeWaiting();
+    const std::lock_guard guard(drawingMutex_);
+    contentSurface_ = {};
+}
+
+pw_buffer* CameraNode::dequeueFree()
+{
+    // A buffer that a client still holds goes to the end of the line: look at each once.
+    for (std::size_t attempt = 0; attempt < memories_.size(); ++attempt) {
+        pw_buffer* buffer = pw_stream_dequeue_buffer(stream_);
+        if (buffer || errno != EBUSY) return buffer;
+    }
+    return nullptr;
+}
+
+void CameraNode::draw(const PictureReader& picture, IOSurfaceRef surface, FrameMemory& memory)
+{
+    const std::uint64_t number = numberOfContent(surface);
+    if (number != 0 && memory.contentNumber == number) return;
+    converter_.convert(picture, *layout_, memory.pixels());
+    memory.contentNumber = number;
+}
+
+std::uint64_t CameraNode::numberOfContent(IOSurfaceRef surface)
+{
+    // Another process may change a surface of its own at any time without a word.
+    if (!surface || !IOSurfaceIsLocal(surface)) return 0;
+    const std::uint32_t seed = IOSurfaceGetSeed(surface);
+    if (contentSurface_.get() != surface || contentSeed_ != seed) {
+        // Kept, so that its address cannot become another surface's.
+        contentSurface_ = cf::retain(surface);
+        contentSeed_ = seed;
+        ++contentNumber_;
+    }
+    return contentNumber_;
+}
+
+void CameraNode::complain(OSType format)
+{
+    if (std::exchange(complainedFormat_, format) == format) return;
+    os_log_printf(faceLog(), OS_LOG_TYPE_ERROR,
+                  "Dropping samples of format '%s': they cannot be read or converted",
+                  fourCharacters(format).data());
+}
+
+}  // namespace cmio

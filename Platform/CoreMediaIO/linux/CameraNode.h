@@ -1,0 +1,104 @@
+#pragma once
+
+#include "Platform/CoreMediaIO/linux/FrameConverter.h"
+#include "Platform/CoreMediaIO/linux/FrameMemory.h"
+#include "Platform/CoreMediaIO/linux/PipeWireLoop.h"
+#include "Platform/CoreMediaIO/linux/SampleSink.h"
+#include "Platform/CoreMediaIO/linux/VideoLayout.h"
+
+#include <IOSurface/IOSurface.h>
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+struct pw_buffer;
+struct pw_core;
+struct pw_stream;
+struct spa_pod;
+
+namespace cmio {
+
+struct PipeWireNodeEvents;
+
+// What clients are told about a camera.
+struct CameraDescription {
+    std::string nodeName;  // the same from run to run: clients find the camera again by it
+    std::string label;
+    std::string model;         // empty: not told
+    std::string manufacturer;  // empty: not told
+    int width = 0;
+    int height = 0;
+};
+
+// One camera in PipeWire: a node that we drive, in memory that we allocate.
+//
+// Ownership: keeps the loop. A sample that waits is replaced by the next one, and let go as soon as it is
+// drawn. Threads:   send from any thread, one at a time; the rest with the loop's lock held. Frames are drawn
+// on
+//            PipeWire's data thread.
+// Errors:    what cannot be shown is logged, once for each kind, and dropped.
+class CameraNode final : public SampleSink {
+public:
+    // `onFailure` is called on the loop when PipeWire gives the node up; it must not call back into the node.
+    CameraNode(std::shared_ptr<PipeWireLoop> loop, CameraDescription description,
+               std::function<void()> onFailure);
+    // The node is detached.
+    ~CameraNode();
+    CameraNode(const CameraNode&) = delete;
+    CameraNode& operator=(const CameraNode&) = delete;
+
+    // Publishes the node through `core`, which must stay until detach.
+    void attach(pw_core* core);
+    void detach();
+
+    // PipeWire's number of the node while it is published.
+    std::optional<std::uint32_t> nodeId() const;
+    const std::string& name() const { return description_.nodeName; }
+
+    void send(OutgoingSample sample) override;
+
+private:
+    friend struct PipeWireNodeEvents;
+
+    void stateChanged(int state, const char* error);
+    void formatChanged(const spa_pod* format);
+    void addBuffer(pw_buffer* buffer);
+    void removeBuffer(pw_buffer* buffer);
+    std::optional<VideoLayout> currentLayout();
+    void process();
+    std::optional<OutgoingSample> takeWaiting();
+    void dropWaiting();
+    pw_buffer* dequeueFree();
+    void draw(const PictureReader& picture, IOSurfaceRef surface, FrameMemory& memory);
+    std::uint64_t numberOfContent(IOSurfaceRef surface);
+    void complain(OSType format);
+
+    const std::shared_ptr<PipeWireLoop> loop_;
+    const CameraDescription description_;
+    const std::function<void()> onFailure_;
+    std::unique_ptr<PipeWireNodeEvents> events_;
+    pw_stream* stream_ = nullptr;
+    std::atomic<bool> isStreaming_ = false;
+
+    std::mutex waitingMutex_;
+    std::optional<OutgoingSample> waiting_;  // guarded by waitingMutex_
+
+    std::mutex
+        drawingMutex_;  // guards what follows: buffers change on the loop, drawing is on the data thread
+    std::vector<std::unique_ptr<FrameMemory>> memories_;
+    std::optional<VideoLayout> layout_;
+    FrameConverter converter_;
+    cf::Ref<IOSurfaceRef> contentSurface_;  // what contentNumber_ stands for
+    std::uint32_t contentSeed_ = 0;
+    std::uint64_t contentNumber_ = 0;
+    std::uint64_t sequence_ = 0;
+    OSType complainedFormat_ = 0;
+};
+
+}  // namespace cmio

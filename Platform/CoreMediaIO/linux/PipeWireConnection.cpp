@@ -1,0 +1,130 @@
+#include "Platform/CoreMediaIO/linux/PipeWireConnection.h"
+
+#include "Platform/CoreMediaIO/linux/Log.h"
+#include "Platform/CoreMediaIO/linux/PipeWireHeaders.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+namespace cmio {
+
+namespace {
+
+// A failed attempt is one connect() on a socket that is not there.
+constexpr std::chrono::milliseconds kRetryInterval(500);
+
+}  // namespace
+
+// The core's callbacks, and the hook that they hang on.
+struct CoreEvents {
+    static const pw_core_events& table()
+    {
+        static const pw_core_events events = [] {
+            pw_core_events table{};
+            table.version = PW_VERSION_CORE_EVENTS;
+            table.error = [](void* data, std::uint32_t id, int, int result, const char* message) {
+                // Others are about single objects, and those hear of them too.
+                if (id != PW_ID_CORE || result != -EPIPE) return;
+                os_log_printf(faceLog(), OS_LOG_TYPE_DEFAULT, "PipeWire has gone: %s", message);
+                static_cast<PipeWireConnection*>(data)->restart();
+            };
+            return table;
+        }();
+        return events;
+    }
+
+    spa_hook hook{};
+};
+
+PipeWireConnection::Server PipeWireConnection::serverFromEnvironment()
+{
+    const char* value = std::getenv("PAVO_PIPEWIRE");
+    const std::string_view wanted = value ? value : "auto";
+    if (wanted == "daemon") return Server::daemon;
+    if (wanted == "embedded") return Server::embedded;
+    if (wanted != "auto")
+        os_log_printf(faceLog(), OS_LOG_TYPE_ERROR, "PAVO_PIPEWIRE is '%s', not auto, daemon or embedded",
+                      value);
+    return Server::automatic;
+}
+
+PipeWireConnection::PipeWireConnection(PipeWireLoop& loop, Server server, Callbacks callbacks)
+    : loop_(loop),
+      server_(server),
+      callbacks_(std::move(callbacks)),
+      connect_(loop, [this] { connect(); }),
+      lose_(loop, [this] { lose(); }),
+      events_(std::make_unique<CoreEvents>())
+{
+    connect_.schedule();
+}
+
+PipeWireConnection::~PipeWireConnection()
+{
+    disconnectCore();
+    embedded_.reset();
+    if (daemonContext_) pw_context_destroy(daemonContext_);
+}
+
+void PipeWireConnection::restart()
+{
+    lose_.schedule();
+}
+
+void PipeWireConnection::connect()
+{
+    if (core_) return;
+    if (server_ != Server::embedded) connectToDaemon();
+    if (server_ == Server::automatic) server_ = core_ ? Server::daemon : Server::embedded;
+    if (server_ == Server::embedded) connectToOurselves();
+    if (!core_) {
+        connect_.scheduleAfter(kRetryInterval);
+        return;
+    }
+    os_log_printf(faceLog(), OS_LOG_TYPE_DEFAULT, "Connected to PipeWire (%s)",
+                  server_ == Server::daemon ? "daemon" : EmbeddedServer::kName);
+    reportedProblem_.clear();
+    pw_core_add_listener(core_, &events_->hook, &CoreEvents::table(), this);
+    callbacks_.connected(core_);
+}
+
+void PipeWireConnection::connectToDaemon()
+{
+    if (!daemonContext_) daemonContext_ = pw_context_new(loop_.get(), nullptr, 0);
+    if (daemonContext_) core_ = pw_context_connect(daemonContext_, nullptr, 0);
+    if (!core_) report(std::string("No PipeWire daemon: ") + std::strerror(errno));
+}
+
+void PipeWireConnection::connectToOurselves()
+{
+    std::string problem;
+    if (!embedded_) embedded_ = EmbeddedServer::create(loop_, problem);
+    if (embedded_) core_ = pw_context_connect_self(embedded_->context(), nullptr, 0);
+    if (!core_) report("No PipeWire server of our own: " + (embedded_ ? std::strerror(errno) : problem));
+}
+
+void PipeWireConnection::lose()
+{
+    if (!core_) return;
+    callbacks_.lost();
+    disconnectCore();
+    connect_.scheduleAfter(kRetryInterval);
+}
+
+void PipeWireConnection::disconnectCore()
+{
+    if (!core_) return;
+    spa_hook_remove(&events_->hook);
+    pw_core_disconnect(std::exchange(core_, nullptr));
+}
+
+void PipeWireConnection::report(const std::string& problem)
+{
+    if (std::exchange(reportedProblem_, problem) == problem) return;
+    os_log_printf(faceLog(), OS_LOG_TYPE_DEFAULT, "%s", problem.c_str());
+}
+
+}  // namespace cmio
