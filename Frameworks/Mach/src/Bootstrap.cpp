@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <mach/port_private.h>
 #include <servers/bootstrap.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -98,6 +99,18 @@ kern_return_t bootstrap_look_up(mach_port_t bp, const name_t service_name, mach_
         }
         if (where == Namespace::System) return BOOTSTRAP_UNKNOWN_SERVICE;
     }
+}
+
+kern_return_t mach_port_connect(mach_port_name_t receive, mach_port_name_t* connection)
+{
+    if (!connection) return KERN_INVALID_ARGUMENT;
+    const auto path = pavo::mach::PortTable::shared().pathOf(receive);
+    if (path.empty()) return KERN_INVALID_NAME;
+    const auto end = path.rfind('/');
+    auto connected = connectTo(path.substr(0, end), path.substr(end + 1));
+    if (!connected.isValid()) return KERN_FAILURE;
+    *connection = static_cast<mach_port_name_t>(connected.release());
+    return KERN_SUCCESS;
 }
 
 const char* bootstrap_strerror(kern_return_t r)

@@ -126,6 +126,13 @@ bool PortTable::deallocate(mach_port_name_t name)
     return true;
 }
 
+std::string PortTable::pathOf(mach_port_name_t name)
+{
+    const std::lock_guard lock(mutex_);
+    const auto found = rights_.find(name);
+    return found == rights_.end() ? std::string() : found->second.path;
+}
+
 kern_return_t PortTable::registerName(const std::string& folderPath, const std::string& name,
                                       mach_port_t port)
 {

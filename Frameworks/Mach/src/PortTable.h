@@ -28,6 +28,8 @@ public:
     kern_return_t allocate(mach_port_name_t& name);
     // False where the port is not one of ours; else its descriptor is closed and its files are gone.
     bool deallocate(mach_port_name_t name);
+    // Where the port's socket is; empty where the port is not one of ours.
+    std::string pathOf(mach_port_name_t name);
     kern_return_t registerName(const std::string& folder, const std::string& name, mach_port_t port);
 
 private:
