@@ -1,0 +1,179 @@
+#include "Platform/CoreImage/CoreImage.h"
+
+#include "Tests/Platform/CoreImage/PictureFile.h"
+#include "Tests/Support/Descriptors.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <spng.h>
+
+namespace {
+
+using namespace pavo::test;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+Pixel black(std::uint32_t, std::uint32_t)
+{
+    return {};
+}
+
+class CIImageTest : public testing::Test {
+protected:
+    std::optional<ci::Image> imageFrom(const std::string& bytes) const
+    {
+        writeFile(path(), bytes);
+        return ci::Image::imageWithContentsOfFile(path());
+    }
+    // What the picture looks like when it is drawn without scaling.
+    std::vector<Pixel> drawn(const std::string& bytes) const
+    {
+        const auto image = imageFrom(bytes);
+        if (!image) return {};
+        const auto extent = image->extent();
+        const auto buffer = makeBuffer(static_cast<std::size_t>(extent.size.width),
+                                       static_cast<std::size_t>(extent.size.height), 0x55);
+        ci::Context context;
+        context.render(*image, buffer.get());
+        return pixelsOf(buffer.get());
+    }
+    std::string path() const { return folder_.path() + "/picture.png"; }
+
+private:
+    TemporaryFolder folder_;
+};
+
+TEST_F(CIImageTest, ExtentIsThePicturesSizeAtTheOrigin)
+{
+    const auto image = imageFrom(pngBytes(7, 3, black));
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->extent().origin.x, 0);
+    EXPECT_EQ(image->extent().origin.y, 0);
+    EXPECT_EQ(image->extent().size.width, 7);
+    EXPECT_EQ(image->extent().size.height, 3);
+}
+
+TEST_F(CIImageTest, TransformMovesAndScalesTheExtent)
+{
+    const auto image = imageFrom(pngBytes(10, 20, black));
+    ASSERT_TRUE(image);
+    const auto moved = image->imageByApplyingTransform(CGAffineTransformMakeTranslation(-3, 4.5));
+    const auto extent = moved.imageByApplyingTransform({2, 0, 0, 0.5, 1, 1}).extent();
+    EXPECT_EQ(extent.origin.x, -5);
+    EXPECT_EQ(extent.origin.y, 3.25);
+    EXPECT_EQ(extent.size.width, 20);
+    EXPECT_EQ(extent.size.height, 10);
+    EXPECT_EQ(image->extent().origin.x, 0) << "the image itself does not change";
+}
+
+TEST_F(CIImageTest, AMissingFileGivesNoImageAndALineInTheLog)
+{
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(ci::Image::imageWithContentsOfFile(path()));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("Cannot open picture " + path()));
+}
+
+TEST_F(CIImageTest, AFileThatIsNoPictureGivesNoImageAndALineInTheLog)
+{
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(imageFrom("no picture at all, only text"));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("Cannot decode picture " + path()));
+}
+
+TEST_F(CIImageTest, AFolderGivesNoImage)
+{
+    EXPECT_FALSE(ci::Image::imageWithContentsOfFile(testing::TempDir()));
+}
+
+TEST_F(CIImageTest, ATruncatedPictureGivesNoImageWhereverItEnds)
+{
+    const auto whole = pngBytes(20, 20, [](auto x, auto y) {
+        return Pixel{static_cast<std::uint8_t>(x * 13 + y * 7), static_cast<std::uint8_t>(x * y), 0, 255};
+    });
+    ASSERT_TRUE(imageFrom(whole));
+    // After the last pixel come two check sums and the end chunk; a picture is whole without them.
+    constexpr std::size_t kTrailerSize = 4 + 4 + 12;
+    for (std::size_t size = 0; size + kTrailerSize < whole.size(); size += 5)
+        EXPECT_FALSE(imageFrom(whole.substr(0, size))) << size;
+}
+
+TEST_F(CIImageTest, ADamagedPictureGivesNoImage)
+{
+    auto bytes = pngBytes(20, 20, black);
+    bytes[bytes.find("IDAT") + 8] ^= 0x40;
+    EXPECT_FALSE(imageFrom(bytes));
+}
+
+TEST_F(CIImageTest, APictureBeyondTheDimensionLimitGivesNoImage)
+{
+    EXPECT_FALSE(imageFrom(pngBytes(16385, 1, black)));
+    EXPECT_FALSE(imageFrom(pngBytes(1, 16385, black)));
+    EXPECT_TRUE(imageFrom(pngBytes(16384, 1, black)));
+}
+
+TEST_F(CIImageTest, APictureWithTooManyPixelsGivesNoImage)
+{
+    auto bytes = pngBytes(1, 1, black);
+    // A header that promises 16384 × 16384, with its check sum.
+    const auto header = bytes.find("IHDR");
+    bytes.replace(header + 4, 8, std::string("\0\0\x40\0\0\0\x40\0", 8));
+    std::uint32_t sum = 0xFFFFFFFFU;
+    for (std::size_t i = header; i < header + 17; ++i) {
+        sum ^= static_cast<std::uint8_t>(bytes[i]);
+        for (int bit = 0; bit < 8; ++bit)
+            sum = (sum >> 1U) ^ ((sum & 1U) != 0 ? 0xEDB88320U : 0U);
+    }
+    sum = ~sum;
+    for (std::size_t i = 0; i < 4; ++i)
+        bytes[header + 17 + i] = static_cast<char>(sum >> (24 - 8 * i));
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(imageFrom(bytes));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("limit"));
+}
+
+TEST_F(CIImageTest, ReadingPicturesLeavesNoDescriptorOpen)
+{
+    const auto before = openDescriptorCount();
+    EXPECT_TRUE(imageFrom(pngBytes(4, 4, black)));
+    EXPECT_FALSE(imageFrom(pngBytes(4, 4, black).substr(0, 30)));
+    EXPECT_FALSE(imageFrom("broken"));
+    EXPECT_EQ(openDescriptorCount(), before);
+}
+
+TEST_F(CIImageTest, ReadsInterlacedPictures)
+{
+    const auto painter = [](std::uint32_t x, std::uint32_t y) {
+        return Pixel{static_cast<std::uint8_t>(x * 20), static_cast<std::uint8_t>(y * 20), 99, 255};
+    };
+    const auto bytes = pngBytes(9, 9, painter, /*isInterlaced=*/true);
+    EXPECT_EQ(drawn(bytes), drawn(pngBytes(9, 9, painter)));
+    EXPECT_EQ(drawn(bytes).size(), 81U);
+}
+
+TEST_F(CIImageTest, ReadsGreyPictures)
+{
+    EXPECT_THAT(drawn(pngBytes(2, 1, SPNG_COLOR_TYPE_GRAYSCALE, 8, {0x30, 0xC0})),
+                ElementsAre(Pixel{0x30, 0x30, 0x30, 255}, Pixel{0xC0, 0xC0, 0xC0, 255}));
+}
+
+TEST_F(CIImageTest, ReadsPalettesWithTransparency)
+{
+    EXPECT_THAT(drawn(pngBytes(2, 1, SPNG_COLOR_TYPE_INDEXED, 8, {0, 1})),
+                ElementsAre(Pixel{255, 0, 0, 255}, Pixel{0, 0, 0, 0}));
+}
+
+TEST_F(CIImageTest, ReadsColoursOfSixteenBits)
+{
+    EXPECT_THAT(drawn(pngBytes(1, 1, SPNG_COLOR_TYPE_TRUECOLOR, 16, {0xFF, 0xFF, 0x80, 0x80, 0, 0})),
+                ElementsAre(Pixel{255, 0x80, 0, 255}));
+}
+
+TEST(CIImageDeathTest, AnImageCannotBeTurned)
+{
+    const auto image = makeImage(2, 2, black);
+    EXPECT_DEATH((void)image.imageByApplyingTransform({0, 1, -1, 0, 0, 0}), "not turned or mirrored");
+    EXPECT_DEATH((void)image.imageByApplyingTransform({-1, 0, 0, 1, 0, 0}), "not turned or mirrored");
+}
+
+}  // namespace
