@@ -27,10 +27,11 @@ inline cf::Ref<CFNumberRef> makeNumber(int value)
 
 // The key and the value of a dictionary's entry; a number stands for its object.
 struct Property {
-    template <typename Number, typename = std::enable_if_t<std::is_arithmetic_v<Number>>>
+    template <typename Number,
+              typename = std::enable_if_t<std::is_arithmetic_v<Number> || std::is_enum_v<Number>>>
     Property(CFStringRef ownKey, Number number)
         : key(ownKey),
-          value(cf::retain<CFTypeRef>(makeNumber(number).get()))
+          value(cf::retain<CFTypeRef>(makeNumber(+number).get()))
     {}
     Property(CFStringRef ownKey, CFTypeRef object) : key(ownKey), value(cf::retain(object)) {}
 
