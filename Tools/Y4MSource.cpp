@@ -2,6 +2,7 @@
 
 #include "Tools/RawVideoSource.h"
 
+#include <algorithm>
 #include <charconv>
 #include <libyuv.h>
 #include <span>
@@ -11,6 +12,7 @@ namespace pavo::tools {
 namespace {
 
 constexpr std::size_t kHeaderLimit = 1024;
+constexpr double kFastestRate = 1000;
 
 template <typename Integer>
 bool parseWhole(std::string_view text, Integer& value)
@@ -32,7 +34,9 @@ bool parseRate(std::string_view text, std::optional<FrameRate>& rate)
     if (colon == std::string_view::npos || !parseWhole(text.substr(0, colon), parsed.numerator) ||
         !parseWhole(text.substr(colon + 1), parsed.denominator))
         return false;
-    if (parsed.numerator > 0 && parsed.denominator > 0) rate = parsed;
+    if (parsed.numerator == 0 || parsed.denominator == 0) return true;
+    if (parsed.framesPerSecond() > kFastestRate) return false;
+    rate = parsed;
     return true;
 }
 

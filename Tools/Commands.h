@@ -1,0 +1,17 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+// The subcommands of pavo. Each function describes one to the parser; when the command line asks for it, it
+// runs and leaves the process's exit code: 0 for success, 1 for failure, 2 for a wrong command line.
+namespace pavo::tools {
+
+inline constexpr int kFailure = 1;
+inline constexpr int kWrongUsage = 2;
+
+void addCameraCommand(CLI::App& app, int& exitCode);
+void addSendCommand(CLI::App& app, int& exitCode);
+void addViewCommand(CLI::App& app, int& exitCode);
+void addDemoCommand(CLI::App& app, int& exitCode);
+
+}  // namespace pavo::tools

@@ -1,0 +1,4 @@
+#include "Tools/Commands.h"
+namespace pavo::tools {
+void addDemoCommand(CLI::App&, int&) {}
+}
