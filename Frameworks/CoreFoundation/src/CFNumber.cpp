@@ -170,10 +170,8 @@ bool store(const __CFNumber& number, void* to)
         }
     } else {
         result = static_cast<T>(number.real);
-        if (number.isFloat())
-            isExact = static_cast<double>(result) == number.real || std::isnan(number.real);
-        else
-            isExact = isWholeInteger(result) && static_cast<SInt64>(result) == number.integer;
+        isExact = number.isFloat() ? static_cast<double>(result) == number.real || std::isnan(number.real)
+                                   : isWholeInteger(result) && static_cast<SInt64>(result) == number.integer;
     }
     std::memcpy(to, &result, sizeof result);
     return isExact;

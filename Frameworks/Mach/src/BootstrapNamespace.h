@@ -11,7 +11,7 @@
 // The folders in which names and sockets lie.
 namespace pavo::mach {
 
-enum class Namespace { Process, User, System };
+enum class Namespace : unsigned char { Process, User, System };
 
 // The values that stand for a namespace where a port is asked for. No descriptor has a number like these.
 constexpr mach_port_t kProcessNamespacePort = 0x7000'0001;

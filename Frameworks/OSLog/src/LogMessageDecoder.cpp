@@ -61,12 +61,14 @@ std::optional<std::uint64_t> loadInteger(const Item& item, bool widensSign)
 std::uint64_t narrowed(std::uint64_t value, const Conversion& conversion)
 {
     const bool widensSign = isSigned(conversion.specifier);
-    if (conversion.length == "hh")
+    if (conversion.length == "hh") {
         return widensSign ? static_cast<std::uint64_t>(static_cast<std::int8_t>(value))
                           : static_cast<std::uint8_t>(value);
-    if (conversion.length == "h")
+    }
+    if (conversion.length == "h") {
         return widensSign ? static_cast<std::uint64_t>(static_cast<std::int16_t>(value))
                           : static_cast<std::uint16_t>(value);
+    }
     return value;
 }
 
@@ -140,7 +142,8 @@ std::string printedObject(const Item& item)
         CFStringGetMaximumSizeForEncoding(CFStringGetLength(description.get()), kCFStringEncodingUTF8) + 1;
     std::string text(static_cast<std::size_t>(capacity), '\0');
     CFStringGetCString(description.get(), text.data(), capacity, kCFStringEncodingUTF8);
-    return text.c_str();
+    text.resize(std::strlen(text.c_str()));
+    return text;
 }
 
 std::string printedError(int errorNumber)
