@@ -104,6 +104,16 @@ void drawNumber(const ImageView& image, const Box& panel, std::uint32_t number, 
     }
 }
 
+// One of the two numbers in the size panel, without leading zeros, up to `right`.
+void drawSide(const ImageView& image, double right, std::uint32_t side)
+{
+    constexpr double kDigitWidth = (kSizePanel.right - kSizePanel.left) / 10;
+    std::uint32_t digits = 1;
+    for (std::uint32_t rest = side / 10; rest != 0; rest /= 10)
+        ++digits;
+    drawNumber(image, {right - digits * kDigitWidth, kSizePanel.top, right, kSizePanel.bottom}, side, digits);
+}
+
 }  // namespace
 
 TestPattern::TestPattern(std::uint32_t width, std::uint32_t height)
@@ -116,8 +126,8 @@ TestPattern::TestPattern(std::uint32_t width, std::uint32_t height)
     }
     fill(image, kSizePanel, kBlack);
     const double middle = (kSizePanel.left + kSizePanel.right) / 2;
-    drawNumber(image, {kSizePanel.left, kSizePanel.top, middle, kSizePanel.bottom}, width, 5);
-    drawNumber(image, {middle, kSizePanel.top, kSizePanel.right, kSizePanel.bottom}, height, 5);
+    drawSide(image, middle, width);
+    drawSide(image, kSizePanel.right, height);
     fill(image, kDigitPanel, kBlack);
     fill(image, kBarLane, kBlack);
     // White around the code keeps its outer cells clear of the bars.
