@@ -16,7 +16,7 @@ static void increment(void* context)
 int countFromC(void)
 {
     int count = 0;
-    static dispatch_once_t predicate;
+    dispatch_once_t predicate = 0;
     dispatch_queue_t queue = dispatch_queue_create(
         "c", dispatch_queue_attr_make_with_qos_class(DISPATCH_QUEUE_SERIAL, QOS_CLASS_UTILITY, -1));
     dispatch_source_t source =
