@@ -216,6 +216,20 @@ TEST_F(VideoFrameServiceClientTest, ARequestSurvivesALossAndIsAnnouncedToTheNext
     EXPECT_THAT(connect()->sentSelectors(), ElementsAre("subscribeToVideoFrames"));
 }
 
+TEST_F(VideoFrameServiceClientTest, TheLastAnnouncementIsThatOfTheValueThatStays)
+{
+    client->startRequestingFrames();
+    int proxies = 0;
+    xpc::test::setCallObserver([&](const std::string& call) {
+        // The second proxy is the announcement's: the value that it read changes before it is sent.
+        if (call == "remoteObjectProxy" && ++proxies == 2) client->stopRequestingFrames();
+    });
+    const auto producer = connect();
+
+    EXPECT_THAT(producer->sentSelectors(), ElementsAre("unsubscribeFromVideoFrames", "subscribeToVideoFrames",
+                                                       "unsubscribeFromVideoFrames"));
+}
+
 TEST_F(VideoFrameServiceClientTest, TheProducerIsTheConnectionsRemoteObject)
 {
     EXPECT_FALSE(client->producer());

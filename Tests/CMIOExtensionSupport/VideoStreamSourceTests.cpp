@@ -225,6 +225,7 @@ TEST_F(VideoStreamSourceTest, LogsTheStartBeforeItSubscribes)
 TEST_F(VideoStreamSourceTest, OnlyTheFirstStartResetsTheSequenceNumber)
 {
     const auto producer = connectProducer();
+    sendFrame(*producer);  // stops the ticks before they begin
     source->startStream(nullptr);
     sendFrame(*producer);
     sendFrame(*producer);
