@@ -19,9 +19,9 @@ class Connection;
 class Proxy final {
 public:
     Proxy(std::shared_ptr<Connection> connection, const ProtocolDescription* protocol)
-        : connection_(std::move(connection)), protocol_(protocol)
-    {
-    }
+        : connection_(std::move(connection)),
+          protocol_(protocol)
+    {}
 
     bool conformsTo(const ProtocolDescription& protocol) const
     {
@@ -75,9 +75,9 @@ class Connection final : public std::enable_shared_from_this<Connection> {
 public:
     struct Impl;
 
-    // To a service registered by name (bootstrap namespace of the process, then its parents). Does not connect
-    // before resume. If the peer goes away the connection is interrupted, stays usable, and looks the name up
-    // again at the next message; where the name is gone it is invalidated.
+    // To a service registered by name (bootstrap namespace of the process, then its parents). Does not
+    // connect before resume. If the peer goes away the connection is interrupted, stays usable, and looks the
+    // name up again at the next message; where the name is gone it is invalidated.
     static std::shared_ptr<Connection> withMachServiceName(std::string_view name);
     // To a listener by its endpoint. If the peer goes away it is invalidated.
     static std::shared_ptr<Connection> withListenerEndpoint(const ListenerEndpoint& endpoint);

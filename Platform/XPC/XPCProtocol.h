@@ -149,7 +149,8 @@ struct Adopts {
 
 template <typename... Entries>
 struct Messages {
-    static constexpr std::array<MethodDescription, sizeof...(Entries)> descriptions = {Entries::description...};
+    static constexpr std::array<MethodDescription, sizeof...(Entries)> descriptions = {
+        Entries::description...};
 
     template <typename Tag>
     static consteval std::string_view selectorOf()

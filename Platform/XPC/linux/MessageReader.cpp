@@ -1,6 +1,8 @@
 #include "Platform/XPC/linux/MessageReader.h"
 
+#include "Platform/XPC/linux/DescriptorCount.h"
 #include "Platform/XPC/linux/WireLimits.h"
+#include "Platform/XPC/linux/WireNumber.h"
 
 #include <algorithm>
 #include <array>
@@ -13,10 +15,12 @@ namespace {
 
 // D-Bus: the fixed part of a message's header, and where its lengths are.
 constexpr std::size_t kHeaderBytes = 16;
+constexpr std::size_t kVersionOffset = 3;
 constexpr std::size_t kBodyLengthOffset = 4;
 constexpr std::size_t kFieldsLengthOffset = 12;
 constexpr std::byte kLittleEndian{'l'};
 constexpr std::byte kBigEndian{'B'};
+constexpr std::byte kProtocolVersion{1};
 
 MessageReader::Result resultOfErrno()
 {
@@ -58,7 +62,9 @@ MessageReader::Result MessageReader::readMessage(int socket)
         if (result != Result::complete) return result;
         if (!measure()) return Result::rejected;
     }
-    return receive(socket, messageSize_);
+    const auto result = receive(socket, messageSize_);
+    if (result == Result::complete && !ownsDescriptors()) return Result::rejected;
+    return result;
 }
 
 void MessageReader::reset()
@@ -120,7 +126,9 @@ bool MessageReader::takeDescriptors(const msghdr& header)
 
 bool MessageReader::measure()
 {
-    if (bytes_.front() != kLittleEndian && bytes_.front() != kBigEndian) {
+    // The library knows another version, too, whose messages are laid out in another way.
+    if ((bytes_.front() != kLittleEndian && bytes_.front() != kBigEndian) ||
+        bytes_[kVersionOffset] != kProtocolVersion) {
         reject("not a D-Bus message");
         return false;
     }
@@ -137,14 +145,21 @@ bool MessageReader::measure()
     return true;
 }
 
+// As many descriptors have to come with a message as its header tells.
+bool MessageReader::ownsDescriptors()
+{
+    const auto fields = std::span(bytes_).subspan(kHeaderBytes, headerNumber(kFieldsLengthOffset));
+    const auto count = takeDescriptorCount(fields, isBigEndian());
+    if (!count)
+        reject("broken header");
+    else if (*count != descriptors_.size())
+        reject("not as many descriptors as the header tells");
+    return count == descriptors_.size();
+}
+
 std::uint32_t MessageReader::headerNumber(std::size_t offset) const
 {
-    std::uint32_t number = 0;
-    for (std::size_t i = 0; i < 4; ++i) {
-        const auto place = isBigEndian() ? offset + i : offset + 3 - i;
-        number = number << 8 | std::to_integer<std::uint32_t>(bytes_[place]);
-    }
-    return number;
+    return wireNumber<std::uint32_t>(std::span(bytes_).subspan(offset, sizeof(std::uint32_t)), isBigEndian());
 }
 
 MessageReader::Result MessageReader::reject(const char* reason)

@@ -13,7 +13,7 @@ namespace xpc {
 
 // Takes one authentication line or one message from a socket, and never a byte more. The library behind it
 // would take messages of 128 MiB with any number of descriptors; what passes here has been measured first,
-// and its descriptors are known to be its own.
+// and its descriptors are known to be its own and stay here.
 //
 // Ownership: owns the descriptors that it has received; borrows the socket.
 // Threads:   not thread-safe; belongs to one link.
@@ -30,6 +30,7 @@ public:
     Result readMessage(int socket);
     void reset();
 
+    // A complete message says here that it has no descriptors, whatever descriptors() holds.
     std::span<const std::byte> bytes() const { return bytes_; }
     std::span<const pavo::UniqueFd> descriptors() const { return descriptors_; }
     // The arguments of a complete message, as they are on the wire.
@@ -44,6 +45,7 @@ private:
     Result receive(int socket, std::size_t wantedSize);
     bool takeDescriptors(const msghdr& header);
     bool measure();
+    bool ownsDescriptors();
     std::uint32_t headerNumber(std::size_t offset) const;
     Result reject(const char* reason);
 

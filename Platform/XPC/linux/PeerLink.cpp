@@ -91,6 +91,14 @@ bool PeerLink::startBus()
         // peer is has been asked of the kernel.
         if (result >= 0) result = sd_bus_set_anonymous(bus_, 1);
     }
+    if (result >= 0)
+        result = sd_bus_add_filter(
+            bus_, nullptr,
+            [](sd_bus_message*, void* link, sd_bus_error*) {
+                static_cast<PeerLink*>(link)->hasParsed_ = true;
+                return 0;
+            },
+            this);
     if (result >= 0) result = sd_bus_start(bus_);
     if (result < 0) {
         os_log_printf(log(), OS_LOG_TYPE_ERROR, "Cannot start a connection: %s", errorText(result).c_str());
@@ -260,8 +268,11 @@ PeerLink::Step PeerLink::takeMessage()
 {
     if (!feed()) return Lost{Loss::peerGone, "no room for its message"};
     BusMessage message;
+    hasParsed_ = false;
     const int processed = process(&message);
     if (processed < 0) return Lost{Loss::violation, "broken message: " + errorText(processed)};
+    // The library drops a broken message without a word.
+    if (!hasParsed_) return Lost{Loss::violation, "broken message"};
     // A ping, which the library has answered; or an answer or signal, which nobody waits for.
     std::uint8_t type = 0;
     if (!message || sd_bus_message_get_type(message.get(), &type) < 0 || type != SD_BUS_MESSAGE_METHOD_CALL)
@@ -288,27 +299,10 @@ PeerLink::Step PeerLink::lostOnRead(MessageReader::Result result) const
 
 bool PeerLink::feed() const
 {
-    const auto bytes = reader_.bytes();
-    const auto descriptors = reader_.descriptors();
-    iovec part{const_cast<std::byte*>(bytes.data()), bytes.size()};
-    alignas(cmsghdr) std::array<char, CMSG_SPACE(kMaxMessageDescriptors * sizeof(int))> control{};
-    msghdr header{};
-    header.msg_iov = &part;
-    header.msg_iovlen = 1;
-    if (!descriptors.empty()) {
-        header.msg_control = control.data();
-        header.msg_controllen = CMSG_SPACE(descriptors.size() * sizeof(int));
-        auto* rights = CMSG_FIRSTHDR(&header);
-        rights->cmsg_level = SOL_SOCKET;
-        rights->cmsg_type = SCM_RIGHTS;
-        rights->cmsg_len = CMSG_LEN(descriptors.size() * sizeof(int));
-        for (std::size_t i = 0; i < descriptors.size(); ++i) {
-            const int descriptor = descriptors[i].get();
-            std::memcpy(CMSG_DATA(rights) + i * sizeof(int), &descriptor, sizeof(int));
-        }
-    }
     // The library has taken all that came before, so there is room for the largest message.
-    return sendmsg(feed_.get(), &header, MSG_DONTWAIT | MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+    const auto bytes = reader_.bytes();
+    return ::send(feed_.get(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL) ==
+           static_cast<ssize_t>(bytes.size());
 }
 
 int PeerLink::process(BusMessage* message)

@@ -109,6 +109,7 @@ private:
     IOThread::Token token_ = IOThread::kNoToken;
     IOThread::Clock::time_point timeout_ = IOThread::kNoDeadline;
     bool isAuthenticated_ = false;
+    bool hasParsed_ = false;  // the library has seen a message that it understands
     bool isClosed_ = false;
 };
 

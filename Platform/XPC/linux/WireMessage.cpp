@@ -2,7 +2,9 @@
 
 #include "Platform/Support/Fatal.h"
 #include "Platform/XPC/linux/WireLimits.h"
+#include "Platform/XPC/linux/WireNumber.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <optional>
 #include <string_view>
@@ -10,8 +12,6 @@
 namespace xpc {
 
 namespace {
-
-constexpr const char* kTimeSignature = "xiux";
 
 int appendTime(sd_bus_message* message, const CMTime& time)
 {
@@ -57,78 +57,84 @@ int append(sd_bus_message* message, const Argument& argument)
     pavo::fatalError("Unknown argument type");
 }
 
-int readTime(sd_bus_message* message, CMTime& time)
-{
-    std::int64_t value = 0;
-    std::int32_t timescale = 0;
-    std::uint32_t flags = 0;
-    std::int64_t epoch = 0;
-    int result = sd_bus_message_enter_container(message, SD_BUS_TYPE_STRUCT, kTimeSignature);
-    if (result >= 0)
-        result = sd_bus_message_read(message, kTimeSignature, &value, &timescale, &flags, &epoch);
-    if (result >= 0) result = sd_bus_message_exit_container(message);
-    time = CMTime{value, timescale, flags, epoch};
-    return result;
-}
+// Reads the arguments of a message from its bytes. Their types have one size each, so there is nothing to
+// parse; the library cannot read descriptors that it does not have.
+class BodyReader {
+public:
+    BodyReader(const MessageReader& raw, SurfaceCache& surfaces) : raw_(raw), surfaces_(surfaces) {}
 
-std::optional<Argument> readTiming(sd_bus_message* message)
-{
-    CMSampleTimingInfo timing{};
-    int result = sd_bus_message_enter_container(message, SD_BUS_TYPE_STRUCT, "(xiux)(xiux)(xiux)");
-    for (auto* time : {&timing.duration, &timing.presentationTimeStamp, &timing.decodeTimeStamp})
-        if (result >= 0) result = readTime(message, *time);
-    if (result >= 0) result = sd_bus_message_exit_container(message);
-    if (result < 0) return std::nullopt;
-    return timing;
-}
-
-std::optional<Argument> readSurface(sd_bus_message* message, SurfaceCache& surfaces)
-{
-    int descriptor = -1;  // the message's
-    if (sd_bus_message_read_basic(message, 'h', &descriptor) <= 0) return std::nullopt;
-    auto surface = cf::adopt(IOSurfaceLookupFromMachPort(static_cast<mach_port_t>(descriptor)));
-    if (!surface) return std::nullopt;
-    surfaces.keep(surface);
-    return surface;
-}
-
-// The library takes every number but 0 for true; the format knows 0 and 1 only.
-bool isBoolean(const MessageReader& raw, std::size_t offset)
-{
-    const auto bytes = raw.body().subspan(offset, 4);
-    unsigned int ones = 0;
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        const bool isLowest = i == (raw.isBigEndian() ? 3 : 0);
-        if (!isLowest && bytes[i] != std::byte{0}) return false;
-        if (isLowest) ones = std::to_integer<unsigned int>(bytes[i]);
+    // The bytes between two arguments, which have to be zero.
+    bool isPadding(std::size_t begin, std::size_t end) const
+    {
+        const auto bytes = raw_.body().subspan(begin, end - begin);
+        return std::all_of(bytes.begin(), bytes.end(), [](std::byte byte) { return byte == std::byte{0}; });
     }
-    return ones <= 1;
-}
 
-std::optional<Argument> read(sd_bus_message* message, ArgumentType type, SurfaceCache& surfaces)
+    std::optional<Argument> read(ArgumentType type, std::size_t offset) const
+    {
+        switch (type) {
+        case ArgumentType::int32:
+            return number<std::int32_t>(offset);
+        case ArgumentType::boolean:
+            return readBoolean(offset);
+        case ArgumentType::real:
+            return number<double>(offset);
+        case ArgumentType::sampleTiming:
+            return CMSampleTimingInfo{readTime(offset), readTime(offset + kTimeBytes),
+                                      readTime(offset + 2 * kTimeBytes)};
+        case ArgumentType::surface:
+            return readSurface(offset);
+        }
+        pavo::fatalError("Unknown argument type");
+    }
+
+private:
+    static constexpr std::size_t kTimeBytes = 24;
+
+    template <typename Number>
+    Number number(std::size_t offset) const
+    {
+        return wireNumber<Number>(raw_.body().subspan(offset, sizeof(Number)), raw_.isBigEndian());
+    }
+
+    std::optional<Argument> readBoolean(std::size_t offset) const
+    {
+        const auto value = number<std::uint32_t>(offset);
+        if (value > 1) return std::nullopt;
+        return value == 1;
+    }
+
+    CMTime readTime(std::size_t offset) const
+    {
+        return CMTime{number<std::int64_t>(offset), number<std::int32_t>(offset + 8),
+                      number<std::uint32_t>(offset + 12), number<std::int64_t>(offset + 16)};
+    }
+
+    std::optional<Argument> readSurface(std::size_t offset) const
+    {
+        const auto index = number<std::uint32_t>(offset);
+        if (index >= raw_.descriptors().size()) return std::nullopt;
+        const auto port = static_cast<mach_port_t>(raw_.descriptors()[index].get());
+        auto surface = cf::adopt(IOSurfaceLookupFromMachPort(port));
+        if (!surface) return std::nullopt;
+        surfaces_.keep(surface);
+        return surface;
+    }
+
+    const MessageReader& raw_;
+    SurfaceCache& surfaces_;
+};
+
+const char* refusalOf(ArgumentType type)
 {
     switch (type) {
-    case ArgumentType::int32: {
-        std::int32_t value = 0;
-        if (sd_bus_message_read_basic(message, 'i', &value) <= 0) return std::nullopt;
-        return value;
-    }
-    case ArgumentType::boolean: {
-        int value = 0;
-        if (sd_bus_message_read_basic(message, 'b', &value) <= 0) return std::nullopt;
-        return value != 0;
-    }
-    case ArgumentType::real: {
-        double value = 0;
-        if (sd_bus_message_read_basic(message, 'd', &value) <= 0) return std::nullopt;
-        return value;
-    }
-    case ArgumentType::sampleTiming:
-        return readTiming(message);
+    case ArgumentType::boolean:
+        return "neither true nor false in a call of ";
     case ArgumentType::surface:
-        return readSurface(message, surfaces);
+        return "no sound surface in a call of ";
+    default:
+        return "unreadable argument in a call of ";
     }
-    pavo::fatalError("Unknown argument type");
 }
 
 std::string textOrNone(const char* text)
@@ -169,19 +175,19 @@ std::variant<IncomingMessage, Refusal> decode(sd_bus_message* message, const Mes
     const auto layout = bodyLayoutOf(types);
     const auto signature = textOrNone(sd_bus_message_get_signature(message, 1));
     if (signature != signatureOf(types)) return "wrong arguments for " + name + ": " + signature;
-    if (raw.body().size() != layout.back()) return "wrong size of the arguments for " + name;
+    if (raw.body().size() != (layout.empty() ? 0 : layout.back().end))
+        return "wrong size of the arguments for " + name;
 
     IncomingMessage call;
     call.method = target->method;
+    const BodyReader body(raw, surfaces);
+    std::size_t end = 0;
     for (std::size_t i = 0; i < types.size(); ++i) {
-        if (types[i] == ArgumentType::boolean && !isBoolean(raw, layout[i]))
-            return "neither true nor false in a call of " + name;
-        auto argument = read(message, types[i], surfaces);
-        if (!argument)
-            return (types[i] == ArgumentType::surface ? "no sound surface in a call of "
-                                                      : "unreadable argument in a call of ") +
-                   name;
+        if (!body.isPadding(end, layout[i].begin)) return "padding that is not zero in a call of " + name;
+        auto argument = body.read(types[i], layout[i].begin);
+        if (!argument) return refusalOf(types[i]) + name;
         call.arguments.push_back(std::move(*argument));
+        end = layout[i].end;
     }
     return call;
 }

@@ -53,18 +53,17 @@ std::string signatureOf(std::span<const ArgumentType> arguments)
     return signature;
 }
 
-std::vector<std::size_t> bodyLayoutOf(std::span<const ArgumentType> arguments)
+std::vector<Extent> bodyLayoutOf(std::span<const ArgumentType> arguments)
 {
-    std::vector<std::size_t> offsets;
+    std::vector<Extent> layout;
     std::size_t end = 0;
     for (const auto argument : arguments) {
         const auto type = wireTypeOf(argument);
         const auto begin = (end + type.alignment - 1) / type.alignment * type.alignment;
-        offsets.push_back(begin);
         end = begin + type.size;
+        layout.push_back({begin, end});
     }
-    offsets.push_back(end);
-    return offsets;
+    return layout;
 }
 
 std::optional<DeclaredMethod> findBySelector(const ProtocolDescription& protocol, std::string_view selector)

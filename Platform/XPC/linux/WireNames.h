@@ -25,9 +25,14 @@ struct DeclaredMethod {
 std::string memberName(std::string_view selector);
 std::string signatureOf(std::span<const ArgumentType> arguments);
 
-// Where each argument begins in a message's body, and after the last offset the body's size. Every type has
-// one size, so a method's body has, too.
-std::vector<std::size_t> bodyLayoutOf(std::span<const ArgumentType> arguments);
+// Where in a message's body an argument is.
+struct Extent {
+    std::size_t begin;
+    std::size_t end;
+};
+
+// Where the arguments are. Every type has one size, so the place of an argument depends on no value.
+std::vector<Extent> bodyLayoutOf(std::span<const ArgumentType> arguments);
 
 // Look in the protocol and in those that it adopts; none where there is no such method.
 std::optional<DeclaredMethod> findBySelector(const ProtocolDescription& protocol, std::string_view selector);

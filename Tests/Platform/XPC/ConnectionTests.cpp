@@ -1,0 +1,587 @@
+// What a connection promises: which handler runs where, in what order messages come, and what lives how long.
+
+#include "Tests/Platform/XPC/XPCFixture.h"
+#include "Tests/Support/ChildProcess.h"
+#include "Tests/Support/Wait.h"
+
+#include <dispatch/dispatch.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <limits>
+
+namespace pavo::test {
+namespace {
+
+using Strings = std::vector<std::string>;
+
+constexpr const char* kName = "com.tarnwell.macos.cam.tests.lamp";
+
+class XPCConnectionTest : public XPCTest {
+protected:
+    // Starts another process with a lamp of that name, and waits until it answers.
+    ChildProcess startLamp()
+    {
+        ChildProcess lamp({peerProgram(), "lamp", kName});
+        EXPECT_TRUE(waitFor([this] {
+            const auto probe = connectByName(kName);
+            const auto probed = std::make_shared<RecordingOwner>();
+            probe->setExportedInterface(xpc::describe<LampOwner>());
+            probe->setExportedObject(xpc::exportObject<LampOwner>(probed));
+            const auto counts = countHandlers(*probe);
+            probe->resume();
+            lampOf(*probe).send<&Switching::switchOn>();
+            waitFor([&] { return probed->onCount == 1 || counts->invalidations == 1; });
+            probe->invalidate();
+            return probed->onCount == 1;
+        }));
+        return lamp;
+    }
+
+    // A connection to that process which has been used.
+    std::shared_ptr<xpc::Connection> connectToLamp()
+    {
+        auto connection = connectByName(kName);
+        connection->setExportedInterface(xpc::describe<LampOwner>());
+        connection->setExportedObject(xpc::exportObject<LampOwner>(owner));
+        endLater(connection);
+        return connection;
+    }
+
+    const std::shared_ptr<RecordingOwner> owner = std::make_shared<RecordingOwner>();
+};
+
+TEST_F(XPCConnectionTest, AcceptedConnectionIsInvalidatedOnceWhenItsPeerProcessDies)
+{
+    registerName(kName);
+    listener->resume();
+    ChildProcess producer({peerProgram(), "producer", kName, "1", "1"});
+    ASSERT_TRUE(waitFor([this] { return house->lamp->callCount() == 1; }));
+    EXPECT_EQ(house->accepted(0)->processIdentifier(), producer.pid());
+
+    producer.end(SIGKILL);
+
+    ASSERT_TRUE(waitFor([this] { return house->counts(0)->invalidations == 1; }));
+    EXPECT_EQ(house->counts(0)->interruptions, 0);
+    EXPECT_EQ(house->accepted(0)->processIdentifier(), 0);
+}
+
+TEST_F(XPCConnectionTest, AcceptedConnectionIsInvalidatedWhenItsPeerInvalidates)
+{
+    listener->resume();
+    const auto connection = connectByEndpoint();
+    connection->resume();
+    lampOf(*connection).send<&Switching::switchOn>();
+    ASSERT_TRUE(waitFor([this] { return house->lamp->callCount() == 1; }));
+
+    connection->invalidate();
+
+    ASSERT_TRUE(waitFor([this] { return house->counts(0)->invalidations == 1; }));
+    EXPECT_EQ(house->counts(0)->interruptions, 0);
+}
+
+TEST_F(XPCConnectionTest, AcceptedConnectionIsInvalidatedByItself)
+{
+    listener->resume();
+    const auto connection = connectByEndpoint();
+    endLater(connection);
+    connection->resume();
+    ASSERT_TRUE(waitFor([this] { return house->acceptedCount() == 1; }));
+
+    house->accepted(0)->invalidate();
+    house->accepted(0)->invalidate();
+
+    ASSERT_TRUE(waitFor([this] { return house->counts(0)->invalidations == 1; }));
+    EXPECT_EQ(house->counts(0)->interruptions, 0);
+}
+
+TEST_F(XPCConnectionTest, NamedConnectionIsInterruptedWhenItsPeerDiesAndLooksTheNameUpAgain)
+{
+    auto lamp = startLamp();
+    const auto connection = connectToLamp();
+    const auto counts = countHandlers(*connection);
+    connection->resume();
+    lampOf(*connection).send<&Switching::switchOn>();
+    ASSERT_TRUE(waitFor([this] { return owner->onCount == 1; }));
+    EXPECT_EQ(connection->processIdentifier(), lamp.pid());
+
+    lamp.end(SIGKILL);
+    ASSERT_TRUE(waitFor([&counts] { return counts->interruptions == 1; }));
+    const auto next = startLamp();
+    lampOf(*connection).send<&Switching::switchOff>();
+
+    ASSERT_TRUE(waitFor([this] { return owner->offCount == 1; }));
+    EXPECT_EQ(connection->processIdentifier(), next.pid());
+    EXPECT_EQ(counts->invalidations, 0);
+}
+
+TEST_F(XPCConnectionTest, NamedConnectionIsInvalidatedWhenTheNameIsGoneAtTheNextMessage)
+{
+    auto lamp = startLamp();
+    const auto connection = connectToLamp();
+    const auto counts = countHandlers(*connection);
+    connection->resume();
+    lampOf(*connection).send<&Switching::switchOn>();
+    ASSERT_TRUE(waitFor([this] { return owner->onCount == 1; }));
+    lamp.end(SIGKILL);
+    ASSERT_TRUE(waitFor([&counts] { return counts->interruptions == 1; }));
+    EXPECT_EQ(counts->invalidations, 0);
+
+    lampOf(*connection).send<&Switching::switchOn>();
+
+    ASSERT_TRUE(waitFor([&counts] { return counts->invalidations == 1; }));
+    EXPECT_EQ(counts->interruptions, 1);
+}
+
+TEST_F(XPCConnectionTest, NamedConnectionIsInterruptedWhenItsPeerInvalidates)
+{
+    const auto lamp = startLamp();
+    const auto connection = connectToLamp();
+    const auto counts = countHandlers(*connection);
+    connection->resume();
+
+    lampOf(*connection).send<&Lamp::setColourIsFast>(1, false);
+
+    ASSERT_TRUE(waitFor([&counts] { return counts->interruptions == 1; }));
+    lampOf(*connection).send<&Switching::switchOn>();
+    ASSERT_TRUE(waitFor([this] { return owner->onCount == 1; }));
+    EXPECT_EQ(counts->invalidations, 0);
+}
+
+TEST_F(XPCConnectionTest, NamedConnectionIsInterruptedEachTimeItsPeerExits)
+{
+    const auto connection = connectToLamp();
+    const auto counts = countHandlers(*connection);
+    for (int round = 1; round <= 3; ++round) {
+        const auto lamp = startLamp();
+        connection->resume();
+        lampOf(*connection).send<&Lamp::setColourIsFast>(2, false);
+        ASSERT_TRUE(waitFor([&] { return counts->interruptions == round; }));
+    }
+    EXPECT_EQ(counts->invalidations, 0);
+}
+
+TEST_F(XPCConnectionTest, MissingNameInvalidatesAfterResumeAndNotInsideOfIt)
+{
+    const auto connection = connectByName("com.tarnwell.macos.cam.tests.nobody");
+    const auto counts = std::make_shared<HandlerCounts>();
+    const auto isInsideResume = std::make_shared<std::atomic<pthread_t>>(pthread_self());
+    const auto ranInside = std::make_shared<std::atomic<bool>>(false);
+    connection->setInvalidationHandler([=] {
+        *ranInside = pthread_equal(pthread_self(), *isInsideResume) != 0;
+        ++counts->invalidations;
+    });
+    EXPECT_EQ(counts->invalidations, 0);
+    connection->resume();
+    ASSERT_TRUE(waitFor([&counts] { return counts->invalidations == 1; }));
+    EXPECT_FALSE(*ranInside);
+    EXPECT_EQ(connection->processIdentifier(), 0);
+}
+
+TEST_F(XPCConnectionTest, NamedConnectionIsInvalidatedByItself)
+{
+    const auto lamp = startLamp();
+    const auto connection = connectToLamp();
+    const auto counts = countHandlers(*connection);
+    connection->resume();
+    connection->invalidate();
+    ASSERT_TRUE(waitFor([&counts] { return counts->invalidations == 1; }));
+    EXPECT_EQ(counts->interruptions, 0);
+}
+
+TEST_F(XPCConnectionTest, EndpointConnectionIsInvalidatedWhenItsPeerInvalidates)
+{
+    listener->resume();
+    const auto connection = connectByEndpoint();
+    const auto counts = countHandlers(*connection);
+    connection->resume();
+    ASSERT_TRUE(waitFor([this] { return house->acceptedCount() == 1; }));
+
+    house->accepted(0)->invalidate();
+
+    ASSERT_TRUE(waitFor([&counts] { return counts->invalidations == 1; }));
+    EXPECT_EQ(counts->interruptions, 0);
+}
+
+TEST_F(XPCConnectionTest, EndpointConnectionIsInvalidatedWhenTheListenerIsGone)
+{
+    const auto connection = connectByEndpoint();
+    const auto counts = countHandlers(*connection);
+    stopListening();
+    connection->resume();
+    ASSERT_TRUE(waitFor([&counts] { return counts->invalidations == 1; }));
+    EXPECT_EQ(counts->interruptions, 0);
+}
+
+TEST_F(XPCConnectionTest, EndpointConnectionIsInvalidatedByItself)
+{
+    listener->resume();
+    const auto connection = connectByEndpoint();
+    const auto counts = countHandlers(*connection);
+    connection->resume();
+    connection->invalidate();
+    ASSERT_TRUE(waitFor([&counts] { return counts->invalidations == 1; }));
+}
+
+TEST_F(XPCConnectionTest, ConnectionThatWasNeverResumedRunsItsInvalidationHandlerToo)
+{
+    const auto connection = connectByEndpoint();
+    const auto counts = countHandlers(*connection);
+    connection->invalidate();
+    ASSERT_TRUE(waitFor([&counts] { return counts->invalidations == 1; }));
+}
+
+TEST_F(XPCConnectionTest, NothingIsSentAfterInvalidation)
+{
+    listener->resume();
+    const auto connection = connectByEndpoint();
+    connection->resume();
+    lampOf(*connection).send<&Switching::switchOn>();
+    ASSERT_TRUE(waitFor([this] { return house->lamp->callCount() == 1; }));
+    connection->invalidate();
+    lampOf(*connection).send<&Switching::switchOff>();
+    ASSERT_TRUE(waitFor([this] { return house->counts(0)->invalidations == 1; }));
+    EXPECT_EQ(house->lamp->calls(), Strings{"switchOn"});
+}
+
+TEST_F(XPCConnectionTest, HandlersAndExportedObjectAreDroppedAfterInvalidation)
+{
+    listener->resume();
+    const auto connection = connectToLamp();
+    auto marker = std::make_shared<int>(1);
+    auto exported = std::make_shared<RecordingOwner>();
+    connection->setExportedObject(xpc::exportObject<LampOwner>(exported));
+    connection->setInvalidationHandler([marker] {});
+    connection->setInterruptionHandler([marker] {});
+    EXPECT_EQ(marker.use_count(), 3);
+    connection->invalidate();
+    ASSERT_TRUE(waitFor([&] { return marker.use_count() == 1 && exported.use_count() == 1; }));
+
+    connection->setInvalidationHandler([marker] {});
+    connection->setInterruptionHandler([marker] {});
+    connection->setExportedObject(xpc::exportObject<LampOwner>(exported));
+    EXPECT_EQ(marker.use_count(), 1);
+    EXPECT_EQ(exported.use_count(), 1);
+}
+
+TEST_F(XPCConnectionTest, ExportedObjectOutlivesTheInvalidationHandler)
+{
+    const auto connection = connectByName(kName);
+    const auto exported = std::make_shared<std::weak_ptr<RecordingOwner>>();
+    const auto wasAlive = std::make_shared<std::atomic<int>>(-1);
+    {
+        const auto object = std::make_shared<RecordingOwner>();
+        *exported = object;
+        connection->setExportedObject(xpc::exportObject<LampOwner>(object));
+    }
+    connection->setInvalidationHandler([=] { *wasAlive = exported->expired() ? 0 : 1; });
+    connection->invalidate();
+    ASSERT_TRUE(waitFor([&] { return *wasAlive >= 0; }));
+    EXPECT_EQ(*wasAlive, 1);
+    ASSERT_TRUE(waitFor([&] { return exported->expired(); }));
+}
+
+TEST_F(XPCConnectionTest, ResumedConnectionLivesOnWithoutReferences)
+{
+    listener->resume();
+    const auto connection = connectByEndpoint();
+    endLater(connection);
+    connection->resume();
+    ASSERT_TRUE(waitFor([this] { return house->acceptedCount() == 1; }));
+    const std::weak_ptr<xpc::Connection> accepted = house->accepted(0);
+
+    house->clear(false);
+    lampOf(*connection).send<&Switching::switchOn>();
+
+    ASSERT_TRUE(waitFor([this] { return house->lamp->callCount() == 1; }));
+    EXPECT_FALSE(accepted.expired());
+    EXPECT_EQ(house->counts(0)->invalidations, 0);
+    connection->invalidate();
+    ASSERT_TRUE(waitFor([&accepted] { return accepted.expired(); }));
+}
+
+TEST_F(XPCConnectionTest, MessagesArriveInTheOrderInWhichTheyWereSent)
+{
+    listener->resume();
+    const auto connection = connectByEndpoint();
+    endLater(connection);
+    connection->resume();
+    Strings sent;
+    for (int i = 0; i < 200; ++i) {
+        lampOf(*connection).send<&Lamp::setColourIsFast>(i, i % 2 == 0);
+        sent.push_back("setColour " + std::to_string(i) + (i % 2 == 0 ? " fast" : " slow"));
+    }
+    ASSERT_TRUE(waitFor([this] { return house->lamp->callCount() == 200; }));
+    EXPECT_EQ(house->lamp->calls(), sent);
+}
+
+TEST_F(XPCConnectionTest, SlowObjectSlowsItsPeerDownAndLosesNothing)
+{
+    // Twice: the first time reading stops and goes on, the second time it must still work.
+    listener->resume();
+    const auto connection = connectByEndpoint();
+    endLater(connection);
+    const auto gate = std::make_shared<std::mutex>();
+    house->lamp->onCall = [gate] { const std::lock_guard lock(*gate); };
+    connection->resume();
+    // Only so many messages may wait for a connection.
+    lampOf(*connection).send<&Switching::switchOn>();
+    ASSERT_TRUE(waitFor([this] { return house->lamp->callCount() == 1; }));
+    for (std::size_t round = 1; round <= 2; ++round) {
+        {
+            const std::lock_guard closed(*gate);
+            for (int i = 0; i < 400; ++i)
+                lampOf(*connection).send<&Lamp::setBrightness>(static_cast<double>(i));
+        }
+        ASSERT_TRUE(waitFor([&] { return house->lamp->callCount() == 1 + 400 * round; }))
+            << house->lamp->callCount() << " in round " << round;
+    }
+    EXPECT_EQ(house->lamp->calls().back(), "setBrightness 399.000000");
+    EXPECT_EQ(house->counts(0)->invalidations, 0);
+}
+
+TEST_F(XPCConnectionTest, MessagesSentBeforeResumeAreSentAfterIt)
+{
+    listener->resume();
+    const auto connection = connectByEndpoint();
+    endLater(connection);
+    lampOf(*connection).send<&Switching::switchOn>();
+    lampOf(*connection).send<&Lamp::setBrightness>(0.5);
+    EXPECT_EQ(house->acceptedCount(), 0U);
+    connection->resume();
+    lampOf(*connection).send<&Switching::switchOff>();
+    ASSERT_TRUE(waitFor([this] { return house->lamp->callCount() == 3; }));
+    EXPECT_EQ(house->lamp->calls(), (Strings{"switchOn", "setBrightness 0.500000", "switchOff"}));
+}
+
+TEST_F(XPCConnectionTest, AcceptedConnectionReceivesNothingBeforeItIsResumed)
+{
+    house->resumes = false;
+    listener->resume();
+    const auto connection = connectByEndpoint();
+    endLater(connection);
+    connection->resume();
+    lampOf(*connection).send<&Switching::switchOn>();
+    ASSERT_TRUE(waitFor([this] { return house->acceptedCount() == 1; }));
+    const auto other = connectByEndpoint();
+    endLater(other);
+    house->resumes = true;
+    other->resume();
+    lampOf(*other).send<&Switching::switchOff>();
+    // The other peer's message came later and is there: the first one's is held back.
+    ASSERT_TRUE(waitFor([this] { return house->lamp->callCount() == 1; }));
+    EXPECT_EQ(house->lamp->calls(), Strings{"switchOff"});
+
+    house->accepted(0)->resume();
+
+    ASSERT_TRUE(waitFor([this] { return house->lamp->callCount() == 2; }));
+    EXPECT_EQ(house->lamp->calls().back(), "switchOn");
+}
+
+TEST_F(XPCConnectionTest, TooManyMessagesBeforeResumeInvalidate)
+{
+    const auto connection = connectByEndpoint();
+    const auto counts = countHandlers(*connection);
+    for (int i = 0; i < 256; ++i)
+        lampOf(*connection).send<&Switching::switchOn>();
+    EXPECT_FALSE(hasLogged("Too many messages wait for a connection"));
+    lampOf(*connection).send<&Switching::switchOn>();
+    ASSERT_TRUE(waitFor([&counts] { return counts->invalidations == 1; }));
+    EXPECT_TRUE(hasLogged("Too many messages wait for a connection"));
+}
+
+TEST_F(XPCConnectionTest, BothSidesCallEachOther)
+{
+    listener->resume();
+    const auto connection = connectByEndpoint();
+    endLater(connection);
+    connection->setExportedInterface(xpc::describe<LampOwner>());
+    connection->setExportedObject(xpc::exportObject<LampOwner>(owner));
+    connection->resume();
+    ASSERT_TRUE(waitFor([this] { return house->acceptedCount() == 1; }));
+    const auto remote = xpc::Remote<LampOwner>::cast(house->accepted(0)->remoteObjectProxy());
+    ASSERT_TRUE(remote);
+    remote->send<&LampOwner::lampDidSwitch>(true);
+    remote->send<&LampOwner::lampDidSwitch>(false);
+    ASSERT_TRUE(waitFor([this] { return owner->onCount == 1 && owner->offCount == 1; }));
+}
+
+TEST_F(XPCConnectionTest, MessageToAnAbsentExportedObjectInvalidates)
+{
+    house->exportsLamp = false;
+    listener->resume();
+    const auto connection = connectByEndpoint();
+    const auto counts = countHandlers(*connection);
+    connection->resume();
+    lampOf(*connection).send<&Switching::switchOn>();
+    ASSERT_TRUE(waitFor([&counts] { return counts->invalidations == 1; }));
+    ASSERT_TRUE(waitFor([this] { return house->counts(0)->invalidations == 1; }));
+    EXPECT_TRUE(hasLogged("No exported object for switchOn"));
+}
+
+TEST_F(XPCConnectionTest, ExportedObjectSetLaterTakesTheMessagesThatComeLater)
+{
+    house->exportsLamp = false;
+    listener->resume();
+    const auto connection = connectByEndpoint();
+    endLater(connection);
+    connection->resume();
+    ASSERT_TRUE(waitFor([this] { return house->acceptedCount() == 1; }));
+    house->accepted(0)->setExportedObject(xpc::exportObject<Lamp>(house->lamp));
+    lampOf(*connection).send<&Switching::switchOn>();
+    ASSERT_TRUE(waitFor([this] { return house->lamp->callCount() == 1; }));
+
+    const auto second = std::make_shared<RecordingLamp>();
+    house->accepted(0)->setExportedObject(xpc::exportObject<Lamp>(second));
+    lampOf(*connection).send<&Switching::switchOff>();
+    ASSERT_TRUE(waitFor([&second] { return second->callCount() == 1; }));
+    EXPECT_EQ(house->lamp->calls(), Strings{"switchOn"});
+}
+
+TEST_F(XPCConnectionTest, ExportedObjectOfAnotherProtocolThanTheInterfaceInvalidates)
+{
+    listener->resume();
+    const auto connection = connectByEndpoint();
+    const auto counts = countHandlers(*connection);
+    connection->resume();
+    ASSERT_TRUE(waitFor([this] { return house->acceptedCount() == 1; }));
+    house->accepted(0)->setExportedObject(xpc::exportObject<LampOwner>(owner));
+    lampOf(*connection).send<&Switching::switchOn>();
+    ASSERT_TRUE(waitFor([&counts] { return counts->invalidations == 1; }));
+    EXPECT_TRUE(hasLogged("The exported object has no switchOn"));
+}
+
+TEST_F(XPCConnectionTest, ProxyConformsToItsProtocolAndToThoseThatItAdopts)
+{
+    const auto connection = connectByEndpoint();
+    EXPECT_TRUE(xpc::Remote<Lamp>::cast(connection->remoteObjectProxy()));
+    EXPECT_TRUE(xpc::Remote<Switching>::cast(connection->remoteObjectProxy()));
+    EXPECT_FALSE(xpc::Remote<LampOwner>::cast(connection->remoteObjectProxy()));
+    connection->setRemoteObjectInterface(xpc::describe<Switching>());
+    EXPECT_FALSE(xpc::Remote<Lamp>::cast(connection->remoteObjectProxy()));
+}
+
+TEST_F(XPCConnectionTest, ProxyWithoutAnInterfaceConformsToNothing)
+{
+    const auto connection = xpc::Connection::withListenerEndpoint(listener->endpoint());
+    EXPECT_FALSE(xpc::Remote<Switching>::cast(connection->remoteObjectProxy()));
+}
+
+TEST_F(XPCConnectionTest, AdoptedMessageReachesAnObjectWhoseInterfaceIsTheAdoptingOne)
+{
+    listener->resume();
+    const auto connection = connectByEndpoint();
+    endLater(connection);
+    connection->setRemoteObjectInterface(xpc::describe<Switching>());
+    connection->resume();
+    xpc::Remote<Switching>::cast(connection->remoteObjectProxy())->send<&Switching::switchOff>();
+    ASSERT_TRUE(waitFor([this] { return house->lamp->callCount() == 1; }));
+    EXPECT_EQ(house->lamp->calls(), Strings{"switchOff"});
+}
+
+TEST_F(XPCConnectionTest, MessageOfATimeAndANumberThatIsNoneArrivesAsItIs)
+{
+    listener->resume();
+    const auto connection = connectByEndpoint();
+    endLater(connection);
+    connection->resume();
+    const auto surface = makeSurface(1);
+    const CMTime odd{INT64_MIN, INT32_MIN, UINT32_MAX, INT64_MAX};
+    lampOf(*connection).send<&Lamp::shine>(surface.get(), CMSampleTimingInfo{odd, kCMTimeInvalid, odd});
+    lampOf(*connection).send<&Lamp::setBrightness>(std::numeric_limits<double>::quiet_NaN());
+    ASSERT_TRUE(waitFor([this] { return house->lamp->callCount() == 2; }));
+    const auto timing = house->lamp->lastTiming();
+    for (const auto& time : {timing.duration, timing.decodeTimeStamp}) {
+        const std::int64_t value = time.value;
+        const std::int32_t timescale = time.timescale;
+        const std::uint32_t flags = time.flags;
+        const std::int64_t epoch = time.epoch;
+        EXPECT_EQ(value, INT64_MIN);
+        EXPECT_EQ(timescale, INT32_MIN);
+        EXPECT_EQ(flags, UINT32_MAX);
+        EXPECT_EQ(epoch, INT64_MAX);
+    }
+    EXPECT_EQ(std::uint32_t{timing.presentationTimeStamp.flags}, 0U);
+    EXPECT_NE(house->lamp->calls().back().find("nan"), std::string::npos);
+}
+
+TEST_F(XPCConnectionTest, MessageWithoutASurfaceIsDroppedAndTheConnectionStays)
+{
+    listener->resume();
+    const auto connection = connectByEndpoint();
+    endLater(connection);
+    connection->resume();
+    lampOf(*connection).send<&Lamp::shine>(IOSurfaceRef{nullptr}, CMSampleTimingInfo{});
+    lampOf(*connection).send<&Switching::switchOn>();
+    ASSERT_TRUE(waitFor([this] { return house->lamp->callCount() == 1; }));
+    EXPECT_EQ(house->lamp->calls(), Strings{"switchOn"});
+    EXPECT_TRUE(hasLogged("Cannot send shine:timingInfo:"));
+}
+
+using XPCConnectionDeathTest = XPCConnectionTest;
+
+class BadName {
+public:
+    virtual void go() = 0;
+
+protected:
+    ~BadName() = default;
+};
+
+class TwoOfAKind {
+public:
+    virtual void first() = 0;
+    virtual void second() = 0;
+
+protected:
+    ~TwoOfAKind() = default;
+};
+
+}  // namespace
+}  // namespace pavo::test
+
+template <>
+struct xpc::Protocol<pavo::test::BadName> {
+    static constexpr std::string_view name = "NoDot";
+    using Adopts = xpc::Adopts<>;
+    using Messages = xpc::Messages<xpc::Message<"go", &pavo::test::BadName::go>>;
+};
+
+template <>
+struct xpc::Protocol<pavo::test::TwoOfAKind> {
+    static constexpr std::string_view name = "Tests.TwoOfAKind";
+    using Adopts = xpc::Adopts<>;
+    using Messages = xpc::Messages<xpc::Message<"a:", &pavo::test::TwoOfAKind::first>,
+                                   xpc::Message<"a_", &pavo::test::TwoOfAKind::second>>;
+};
+
+namespace pavo::test {
+namespace {
+
+TEST_F(XPCConnectionDeathTest, MessagesThatTheInterfaceDoesNotHaveAreFatal)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto connection = connectByEndpoint();
+    const auto proxy = connection->remoteObjectProxy();
+    EXPECT_DEATH(proxy.send("explode", {}), "Fatal error: No such message: explode");
+    EXPECT_DEATH(proxy.send("setBrightness:", {}), "Fatal error: Wrong arguments for setBrightness:");
+    const xpc::Argument number = std::int32_t{1};
+    EXPECT_DEATH(proxy.send("setBrightness:", {&number, 1}),
+                 "Fatal error: Wrong arguments for setBrightness:");
+    const auto bare = xpc::Connection::withMachServiceName(kName);
+    EXPECT_DEATH(bare->remoteObjectProxy().send("switchOn", {}),
+                 "Fatal error: A message needs a remote object interface");
+}
+
+TEST_F(XPCConnectionDeathTest, ProtocolsThatCannotBePutOnTheWireAreFatal)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto connection = connectByEndpoint();
+    EXPECT_DEATH(connection->setRemoteObjectInterface(xpc::describe<BadName>()),
+                 "Fatal error: The protocol's name cannot be an interface name: NoDot");
+    EXPECT_DEATH(connection->setExportedInterface(xpc::describe<TwoOfAKind>()),
+                 "Fatal error: Two selectors have one member name: a_");
+}
+
+}  // namespace
+}  // namespace pavo::test
