@@ -94,7 +94,7 @@ void CameraNode::attach(pw_core* core)
         formats[index] =
             buildFormat(builder, {kOfferedFormats[index], description_.width, description_.height});
     const auto flags = static_cast<pw_stream_flags>(PW_STREAM_FLAG_DRIVER | PW_STREAM_FLAG_RT_PROCESS |
-                                                    PW_STREAM_FLAG_ALLOC_BUFFERS);
+                                                    PW_STREAM_FLAG_MAP_BUFFERS);
     const int result = pw_stream_connect(stream_, PW_DIRECTION_OUTPUT, PW_ID_ANY, flags, formats.data(),
                                          static_cast<std::uint32_t>(formats.size()));
     if (result < 0)
@@ -112,7 +112,7 @@ void CameraNode::detach()
     dropWaiting();
     const std::lock_guard guard(drawingMutex_);
     layout_.reset();
-    memories_.clear();
+    contentOfBuffer_.clear();
 }
 
 std::optional<std::uint32_t> CameraNode::nodeId() const
@@ -170,39 +170,14 @@ void CameraNode::formatChanged(const spa_pod* format)
 
 void CameraNode::addBuffer(pw_buffer* buffer)
 {
-    spa_data& data = buffer->buffer->datas[0];
-    const bool takesMemory = (data.type & (1U << SPA_DATA_MemFd)) != 0;
-    const std::optional<VideoLayout> layout = currentLayout();
-    auto memory = layout && takesMemory ? FrameMemory::create(layout->size()) : nullptr;
-    if (!memory) {
-        pw_stream_set_error(stream_, -ENOMEM, "no memory for frames: %m");
-        return;
-    }
-    data.type = SPA_DATA_MemFd;
-    data.flags = SPA_DATA_FLAG_READWRITE;
-    data.fd = memory->descriptor();
-    data.mapoffset = 0;
-    data.maxsize = static_cast<std::uint32_t>(memory->size());
-    data.data = memory->pixels();
-    buffer->user_data = memory.get();
     const std::lock_guard guard(drawingMutex_);
-    memories_.push_back(std::move(memory));
+    contentOfBuffer_.emplace(buffer, 0);
 }
 
 void CameraNode::removeBuffer(pw_buffer* buffer)
 {
     const std::lock_guard guard(drawingMutex_);
-    const void* memory = std::exchange(buffer->user_data, nullptr);
-    std::erase_if(memories_, [memory](const auto& each) { return each.get() == memory; });
-    spa_data& data = buffer->buffer->datas[0];
-    data.fd = -1;
-    data.data = nullptr;
-}
-
-std::optional<VideoLayout> CameraNode::currentLayout()
-{
-    const std::lock_guard guard(drawingMutex_);
-    return layout_;
+    contentOfBuffer_.erase(buffer);
 }
 
 void CameraNode::process()
@@ -225,13 +200,10 @@ void CameraNode::process()
     spa_buffer* content = buffer->buffer;
     spa_chunk& chunk = *content->datas[0].chunk;
     chunk.offset = 0;
-    chunk.size = 0;
     chunk.stride = layout_->stride();
-    chunk.flags = SPA_CHUNK_FLAG_NONE;
-    if (auto* memory = static_cast<FrameMemory*>(buffer->user_data)) {
-        draw(picture, CVPixelBufferGetIOSurface(pixels), *memory);
-        chunk.size = static_cast<std::uint32_t>(memory->size());
-    }
+    const bool isDrawn = draw(picture, CVPixelBufferGetIOSurface(pixels), *buffer);
+    chunk.size = isDrawn ? static_cast<std::uint32_t>(layout_->size()) : 0;
+    chunk.flags = isDrawn ? SPA_CHUNK_FLAG_NONE : SPA_CHUNK_FLAG_CORRUPTED;
     void* found = spa_buffer_find_meta_data(content, SPA_META_Header, sizeof(spa_meta_header));
     if (auto* header = static_cast<spa_meta_header*>(found)) {
         header->flags = outgoing->isDiscontinuous ? SPA_META_HEADER_FLAG_DISCONT : 0;
@@ -260,19 +232,24 @@ void CameraNode::dropWaiting()
 pw_buffer* CameraNode::dequeueFree()
 {
     // A buffer that a client still holds goes to the end of the line: look at each once.
-    for (std::size_t attempt = 0; attempt < memories_.size(); ++attempt) {
+    for (std::size_t attempt = 0; attempt < contentOfBuffer_.size(); ++attempt) {
         pw_buffer* buffer = pw_stream_dequeue_buffer(stream_);
         if (buffer || errno != EBUSY) return buffer;
     }
     return nullptr;
 }
 
-void CameraNode::draw(const PictureReader& picture, IOSurfaceRef surface, FrameMemory& memory)
+bool CameraNode::draw(const PictureReader& picture, IOSurfaceRef surface, pw_buffer& buffer)
 {
+    const spa_data& data = buffer.buffer->datas[0];
+    // The server decides, so look.
+    if (!data.data || data.maxsize < layout_->size()) return false;
     const std::uint64_t number = numberOfContent(surface);
-    if (number != 0 && memory.contentNumber == number) return;
-    converter_.convert(picture, *layout_, memory.pixels());
-    memory.contentNumber = number;
+    std::uint64_t& shown = contentOfBuffer_[&buffer];
+    if (number == 0 || shown != number)
+        converter_.convert(picture, *layout_, static_cast<std::uint8_t*>(data.data));
+    shown = number;
+    return true;
 }
 
 std::uint64_t CameraNode::numberOfContent(IOSurfaceRef surface)

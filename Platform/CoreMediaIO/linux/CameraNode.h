@@ -1,7 +1,6 @@
 #pragma once
 
 #include "Platform/CoreMediaIO/linux/FrameConverter.h"
-#include "Platform/CoreMediaIO/linux/FrameMemory.h"
 #include "Platform/CoreMediaIO/linux/PipeWireLoop.h"
 #include "Platform/CoreMediaIO/linux/SampleSink.h"
 #include "Platform/CoreMediaIO/linux/VideoLayout.h"
@@ -15,7 +14,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <vector>
+#include <unordered_map>
 
 struct pw_buffer;
 struct pw_core;
@@ -36,11 +35,16 @@ struct CameraDescription {
     int height = 0;
 };
 
-// One camera in PipeWire: a node that we drive, in memory that we allocate.
+// One camera in PipeWire: a node that we drive.
+//
+// The server allocates the frames' memory. It offers to take ours, but then PipeWire 0.3.65 waits for our
+// answer under a number that any other answer may carry by chance, as when the session manager asks for the
+// node's parameters just then; it goes on with memory that is not there yet, and that client never sees a
+// frame.
 //
 // Ownership: keeps the loop. A sample that waits is replaced by the next one, and let go as soon as it is
-// drawn. Threads:   send from any thread, one at a time; the rest with the loop's lock held. Frames are drawn
-// on
+//            drawn.
+// Threads:   send from any thread, one at a time; the rest with the loop's lock held. Frames are drawn on
 //            PipeWire's data thread.
 // Errors:    what cannot be shown is logged, once for each kind, and dropped.
 class CameraNode final : public SampleSink {
@@ -70,12 +74,11 @@ private:
     void formatChanged(const spa_pod* format);
     void addBuffer(pw_buffer* buffer);
     void removeBuffer(pw_buffer* buffer);
-    std::optional<VideoLayout> currentLayout();
     void process();
     std::optional<OutgoingSample> takeWaiting();
     void dropWaiting();
     pw_buffer* dequeueFree();
-    void draw(const PictureReader& picture, IOSurfaceRef surface, FrameMemory& memory);
+    bool draw(const PictureReader& picture, IOSurfaceRef surface, pw_buffer& buffer);
     std::uint64_t numberOfContent(IOSurfaceRef surface);
     void complain(OSType format);
 
@@ -89,9 +92,10 @@ private:
     std::mutex waitingMutex_;
     std::optional<OutgoingSample> waiting_;  // guarded by waitingMutex_
 
-    std::mutex
-        drawingMutex_;  // guards what follows: buffers change on the loop, drawing is on the data thread
-    std::vector<std::unique_ptr<FrameMemory>> memories_;
+    // Guards what follows: buffers change on the loop, drawing is on the data thread.
+    std::mutex drawingMutex_;
+    // What each buffer shows, by number; 0 is never drawn twice.
+    std::unordered_map<const pw_buffer*, std::uint64_t> contentOfBuffer_;
     std::optional<VideoLayout> layout_;
     FrameConverter converter_;
     cf::Ref<IOSurfaceRef> contentSurface_;  // what contentNumber_ stands for

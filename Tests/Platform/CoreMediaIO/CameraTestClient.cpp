@@ -3,19 +3,18 @@
 //   state <0 paused, 1 streaming, 2 lost>
 //   frame <sequence> <time> <format> <width>x<height> <stride> <colour at 100,100> <colour at 1500,900>
 //
-// Arguments: [--remote NAME] [--format NAME] [--clients N] [--hold MILLISECONDS]
+// Arguments: [--remote NAME] [--format NAME] [--clients N] [--gate FIFO]
 #include "Tools/CameraClient.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -73,13 +72,13 @@ int main(int argc, char** argv)
 {
     CameraClient::Options options;
     int clientCount = 1;
-    std::chrono::milliseconds hold(0);
+    int gate = -1;
     for (int index = 1; index + 1 < argc; index += 2) {
         const std::string_view name = argv[index];
         const std::string value = argv[index + 1];
         if (name == "--remote") options.remoteName = value;
         if (name == "--clients") clientCount = std::atoi(value.c_str());
-        if (name == "--hold") hold = std::chrono::milliseconds(std::atoi(value.c_str()));
+        if (name == "--gate") gate = ::open(value.c_str(), O_RDONLY | O_CLOEXEC);
         if (name != "--format") continue;
         options.formats.clear();
         for (const auto format :
@@ -87,10 +86,11 @@ int main(int argc, char** argv)
             if (nameOf(format) == value) options.formats.push_back(format);
     }
     options.onStateChanged = printState;
-    options.onFrame = [hold](const CameraFrame& frame) {
+    options.onFrame = [gate](const CameraFrame& frame) {
         printFrame(frame);
-        // A client that keeps its frame, and its place in the graph, for so long.
-        if (hold.count() > 0) std::this_thread::sleep_for(hold);
+        // A slow client keeps its frame, and its place in the graph, until it is given one byte.
+        char byte = 0;
+        if (gate >= 0) static_cast<void>(!::read(gate, &byte, 1));
     };
     std::vector<std::unique_ptr<CameraClient>> clients;
     for (int index = 0; index < clientCount; ++index) {

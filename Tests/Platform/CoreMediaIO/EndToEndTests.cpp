@@ -1,12 +1,16 @@
+#include "Platform/Support/UniqueFd.h"
 #include "Tests/Platform/CoreMediaIO/ClientProcess.h"
 #include "Tests/Platform/CoreMediaIO/Pictures.h"
 #include "Tests/Platform/CoreMediaIO/TestCamera.h"
 #include "Tests/Support/ChildProcess.h"
+#include "Tests/Support/Descriptors.h"
 #include "Tests/Support/PipeWireSession.h"
 #include "Tests/Support/Wait.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -183,7 +187,8 @@ TEST_F(CameraInPipeWire, ConvertsWhatIsSentInOtherFormatsAndSizes)
     EXPECT_TRUE(waitFor([&client] {
         const auto frames = client.frames();
         return !frames.empty() && showsYuv(frames.back().upperLeft, kBlue);
-    }));
+    })) << client.output();
+    ASSERT_FALSE(HasFailure());
     camera_->startSending(makePicture(kCVPixelFormatType_32BGRA, 1080, 1080, kRed));
     EXPECT_TRUE(waitFor([&client] {
         const auto frames = client.frames();
@@ -391,11 +396,18 @@ TEST_F(CameraInPipeWire, LetsASlowClientHarmNobody)
     startSession();
     publish();
     camera_->startSending(makeTwoColors());
-    ClientProcess slow({"--hold", "100"});
+    const pavo::test::TemporaryFolder folder;
+    const std::string gatePath = folder.path() + "/gate";
+    ASSERT_EQ(::mkfifo(gatePath.c_str(), 0600), 0);
+    const pavo::UniqueFd gate(::open(gatePath.c_str(), O_RDWR | O_CLOEXEC));
+    ClientProcess slow({"--gate", gatePath});
     ASSERT_TRUE(slow.waitForFrames(1));
     ClientProcess fast;
     ASSERT_TRUE(fast.waitForFrames(1));
-    ASSERT_TRUE(fast.waitForMoreFrames(120));
+    for (int round = 0; round < 20; ++round) {
+        ASSERT_TRUE(fast.waitForMoreFrames(6));
+        ASSERT_EQ(::write(gate.get(), "", 1), 1);
+    }
     const auto frames = fast.frames();
     // Out of 120 frames that were sent while it watched, a tenth may be missing on a busy machine; a client
     // in the slow one's shadow would see every sixth.

@@ -1,13 +1,9 @@
 #include "Platform/CoreMediaIO/CMIOExtensionProvider.h"
 #include "Platform/CoreMediaIO/linux/CMIOExtensionImpl.h"
-#include "Platform/CoreMediaIO/linux/FrameMemory.h"
 #include "Tests/Platform/CoreMediaIO/Pictures.h"
 #include "Tests/Platform/CoreMediaIO/Sources.h"
-#include "Tests/Support/Descriptors.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <memory>
 #include <string>
@@ -208,26 +204,6 @@ TEST(StreamingClientList, LetsAnObservationOutliveTheStream)
     auto observation = stream->observeStreamingClients([](const auto&) {});
     stream.reset();
     observation = {};
-}
-
-TEST(FrameMemory, CannotBeShrunkGrownOrUnsealed)
-{
-    const auto memory = FrameMemory::create(5000);
-    ASSERT_TRUE(memory);
-    EXPECT_EQ(memory->size(), 5000U);
-    EXPECT_EQ(::fcntl(memory->descriptor(), F_GET_SEALS), F_SEAL_GROW | F_SEAL_SHRINK | F_SEAL_SEAL);
-    EXPECT_EQ(::ftruncate(memory->descriptor(), 10), -1);
-    EXPECT_EQ(memory->contentNumber, 0U);
-}
-
-TEST(FrameMemory, GivesItsDescriptorBack)
-{
-    const std::size_t before = pavo::test::openDescriptorCount();
-    {
-        const auto memory = FrameMemory::create(5000);
-        EXPECT_EQ(pavo::test::openDescriptorCount(), before + 1);
-    }
-    EXPECT_EQ(pavo::test::openDescriptorCount(), before);
 }
 
 }  // namespace

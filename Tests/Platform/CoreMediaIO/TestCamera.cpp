@@ -2,7 +2,7 @@
 
 #include <mach/mach_time.h>
 
-#include <chrono>
+#include <atomic>
 #include <utility>
 
 namespace cmio::test {
@@ -109,6 +109,7 @@ private:
 
 TestCamera::TestCamera()
     : clientQueue_(dispatch::Queue::serial("test.clients")),
+      sendQueue_(dispatch::Queue::serial("test.frames", QOS_CLASS_USER_INTERACTIVE)),
       sources_(std::make_shared<Sources>(clientQueue_.get())),
       stream_(ExtensionStream::create("Test Stream", ns::UUID::random(), ExtensionStreamDirection::source,
                                       ExtensionStreamClockType::hostTime, sources_)),
@@ -140,23 +141,19 @@ void TestCamera::publish()
 void TestCamera::startSending(cf::Ref<CVPixelBufferRef> picture)
 {
     stopSending();
-    isSending_ = true;
-    sender_ = std::thread([this, picture = std::move(picture)] {
-        const auto sample = makeSample(picture.get());
-        auto next = std::chrono::steady_clock::now();
-        while (isSending_) {
-            stream_->sendSampleBuffer(sample.get(), ExtensionStreamDiscontinuityFlags::none,
-                                      mach_absolute_time());
-            next += std::chrono::microseconds(16667);
-            std::this_thread::sleep_until(next);
-        }
+    sender_ = std::make_unique<dispatch::TimerSource>(sendQueue_.get());
+    sender_->schedule(DISPATCH_TIME_NOW, NSEC_PER_SEC / 60);
+    sender_->setEventHandler([stream = stream_, sample = makeSample(picture.get())] {
+        stream->sendSampleBuffer(sample.get(), ExtensionStreamDiscontinuityFlags::none, mach_absolute_time());
     });
+    sender_->resume();
 }
 
 void TestCamera::stopSending()
 {
-    isSending_ = false;
-    if (sender_.joinable()) sender_.join();
+    sender_.reset();
+    // A fire that is under way sends its sample yet.
+    dispatch::sync(sendQueue_.get(), [] {});
 }
 
 cf::Ref<CMSampleBufferRef> TestCamera::sendOnce(CVPixelBufferRef picture, std::uint64_t hostTimeNanoseconds)

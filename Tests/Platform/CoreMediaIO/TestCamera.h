@@ -4,13 +4,11 @@
 #include "Platform/Support/Dispatch.h"
 #include "Tests/Platform/CoreMediaIO/Pictures.h"
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
 #include <set>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace cmio::test {
@@ -42,12 +40,12 @@ private:
     class Sources;
 
     dispatch::Queue clientQueue_;
+    dispatch::Queue sendQueue_;
     std::shared_ptr<Sources> sources_;
     std::shared_ptr<ExtensionStream> stream_;
     std::shared_ptr<ExtensionProvider> provider_;
     ns::KeyValueObservation observation_;
-    std::thread sender_;
-    std::atomic<bool> isSending_ = false;
+    std::unique_ptr<dispatch::TimerSource> sender_;
 };
 
 }  // namespace cmio::test
