@@ -1,8 +1,8 @@
 #pragma once
 
-// How a stub finds the entry point of the bundle where there is no Objective-C runtime to ask for a class: the
-// bundle exports one constant under the name of the class, and that constant carries the class's operations.
-// The names and the meaning are those of the class. For C and C++.
+// How a stub finds the entry point of the bundle where there is no Objective-C runtime to ask for a class:
+// the bundle exports one constant under the name of the class, and that constant carries the class's
+// operations. The names and the meaning are those of the class. For C and C++.
 
 #ifdef __cplusplus
 extern "C" {

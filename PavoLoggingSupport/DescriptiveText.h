@@ -24,39 +24,24 @@ namespace detail {
 template <typename T>
 concept Text = std::convertible_to<const T&, std::string_view>;
 template <typename T>
-concept SelfDescribing = requires(const T& value)
-{
-    {
-        describe(value)
-        } -> std::convertible_to<std::string>;
+concept SelfDescribing = requires(const T& value) {
+    { describe(value) } -> std::convertible_to<std::string>;
 };
 template <typename T>
-concept Optional = requires(const T& value)
-{
-    {
-        value.has_value()
-        } -> std::same_as<bool>;
+concept Optional = requires(const T& value) {
+    { value.has_value() } -> std::same_as<bool>;
     *value;
 };
 template <typename T>
-concept Sequence = !Text<T> && requires(const T& value)
-{
+concept Sequence = !Text<T> && requires(const T& value) {
     value.begin();
     value.end();
-    {
-        value.size()
-        } -> std::convertible_to<std::size_t>;
+    { value.size() } -> std::convertible_to<std::size_t>;
 };
 template <typename T>
-concept Map = Sequence<T> && requires
-{
-    typename T::mapped_type;
-};
+concept Map = Sequence<T> && requires { typename T::mapped_type; };
 template <typename T>
-concept Tuple = !Sequence<T> && requires
-{
-    std::tuple_size<T>::value;
-};
+concept Tuple = !Sequence<T> && requires { std::tuple_size<T>::value; };
 
 template <typename T>
 struct IsRef : std::false_type {};

@@ -10,11 +10,14 @@ using Handle = std::shared_ptr<pavo::EntryPoint>;
 
 static_assert(std::is_base_of_v<pavo::TWCMIOExtensionStubSupportEntryPointProtocol, pavo::EntryPoint>);
 
-Handle& entryPoint(void* self) { return *static_cast<Handle*>(self); }
+Handle& entryPoint(void* self)
+{
+    return *static_cast<Handle*>(self);
+}
 
 }  // namespace
 
-extern "C" [[gnu::visibility("default")]]
+extern "C" [[gnu::visibility("default")]]  //
 const TWCMIOExtensionStubSupportEntryPoint TWCMIOExtensionSupportEntryPoint = {
     TWCMIOExtensionStubSupportEntryPointProtocolName,
     []() -> void* { return new Handle(pavo::EntryPoint::create()); },

@@ -39,8 +39,8 @@ class Filter final {
 public:
     struct State;
 
-    // The filter of that name; none where there is no such filter. "CILanczosScaleTransform" scales the height
-    // by inputScale and the width by inputScale × inputAspectRatio.
+    // The filter of that name; none where there is no such filter. "CILanczosScaleTransform" scales the
+    // height by inputScale and the width by inputScale × inputAspectRatio.
     static std::optional<Filter> filterWithName(std::string_view name);
     explicit Filter(std::shared_ptr<State> state) : state_(std::move(state)) {}
 
@@ -63,8 +63,8 @@ public:
     Context(const Context&) = delete;
     Context& operator=(const Context&) = delete;
 
-    // Draws the image; its point (0, 0) is the buffer's lower left corner. What lies outside the buffer is not
-    // drawn, and what the image does not cover keeps its content. Done when the call returns.
+    // Draws the image; its point (0, 0) is the buffer's lower left corner. What lies outside the buffer is
+    // not drawn, and what the image does not cover keeps its content. Done when the call returns.
     void render(const Image& image, CVPixelBufferRef buffer);
 
 private:

@@ -28,7 +28,8 @@ class ExtensionDevice final {
 public:
     struct Impl;
 
-    // `deviceID` and `legacyDeviceID` must be the same from run to run: clients find the camera again by them.
+    // `deviceID` and `legacyDeviceID` must be the same from run to run: clients find the camera again by
+    // them.
     static std::shared_ptr<ExtensionDevice> create(std::string_view localizedName, const ns::UUID& deviceID,
                                                    std::string_view legacyDeviceID,
                                                    std::weak_ptr<ExtensionDeviceSource> source);

@@ -13,14 +13,17 @@
 
 namespace cmio {
 
-inline constexpr std::string_view CMIOExtensionPropertyProviderManufacturer = "CMIOExtensionPropertyProviderManufacturer";
+inline constexpr std::string_view CMIOExtensionPropertyProviderManufacturer =
+    "CMIOExtensionPropertyProviderManufacturer";
 inline constexpr std::string_view CMIOExtensionPropertyDeviceModel = "CMIOExtensionPropertyDeviceModel";
-inline constexpr std::string_view CMIOExtensionPropertyDeviceTransportType = "CMIOExtensionPropertyDeviceTransportType";
+inline constexpr std::string_view CMIOExtensionPropertyDeviceTransportType =
+    "CMIOExtensionPropertyDeviceTransportType";
 inline constexpr std::string_view CMIOExtensionPropertyDeviceCanBeDefaultInputDevice =
     "CMIOExtensionPropertyDeviceCanBeDefaultInputDevice";
 inline constexpr std::string_view CMIOExtensionPropertyStreamActiveFormatIndex =
     "CMIOExtensionPropertyStreamActiveFormatIndex";
-inline constexpr std::string_view CMIOExtensionPropertyStreamFrameDuration = "CMIOExtensionPropertyStreamFrameDuration";
+inline constexpr std::string_view CMIOExtensionPropertyStreamFrameDuration =
+    "CMIOExtensionPropertyStreamFrameDuration";
 
 // Property keys that a client asks for. Keys are compared as strings; unknown ones may be among them.
 using ExtensionPropertySet = std::set<std::string, std::less<>>;

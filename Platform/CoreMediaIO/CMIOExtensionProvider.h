@@ -19,8 +19,8 @@ public:
     virtual bool connectClient(const ExtensionClient& client, ns::Error* error) = 0;
     virtual void disconnectClient(const ExtensionClient& client) = 0;
     virtual ExtensionPropertySet availableProperties() const = 0;
-    virtual std::optional<ExtensionProviderProperties> providerProperties(const ExtensionPropertySet& properties,
-                                                                          ns::Error* error) = 0;
+    virtual std::optional<ExtensionProviderProperties>
+    providerProperties(const ExtensionPropertySet& properties, ns::Error* error) = 0;
     virtual bool setProviderProperties(const ExtensionProviderProperties& properties, ns::Error* error) = 0;
 
 protected:

@@ -20,7 +20,12 @@ namespace cmio {
 
 enum class ExtensionStreamDirection : std::int64_t { source = 0, sink = 1 };
 enum class ExtensionStreamClockType : std::int64_t { hostTime = 0, linkedCoreAudioDeviceUID = 1, custom = 2 };
-enum class ExtensionStreamDiscontinuityFlags : std::uint32_t { none = 0, unknown = 1, time = 2, sampleDropped = 64 };
+enum class ExtensionStreamDiscontinuityFlags : std::uint32_t {
+    none = 0,
+    unknown = 1,
+    time = 2,
+    sampleDropped = 64
+};
 
 // A format that a stream offers.
 struct ExtensionStreamFormat {

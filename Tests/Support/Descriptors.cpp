@@ -9,7 +9,8 @@ namespace pavo::test {
 std::size_t openDescriptorCount()
 {
     // The iterator holds one descriptor itself.
-    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {})) - 1;
+    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {})) -
+           1;
 }
 
 TemporaryFolder::TemporaryFolder()

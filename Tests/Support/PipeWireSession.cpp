@@ -146,7 +146,8 @@ void PipeWireSession::killDaemon()
 std::vector<PipeWireSession::Object> PipeWireSession::objects(const std::string& remote)
 {
     const TemporaryFolder output;
-    std::vector<std::string> arguments = {"pw-dump"};
+    // Without its errors: warnings would not be JSON.
+    std::vector<std::string> arguments = {"sh", "-c", "exec pw-dump \"$@\" 2>/dev/null", "pw-dump"};
     if (!remote.empty()) arguments.insert(arguments.end(), {"--remote", remote});
     ChildProcess dump(arguments, output.path() + "/dump");
     dump.waitForExit();

@@ -21,14 +21,14 @@ constexpr std::uint64_t kMaxFileSize = fileSizeFor(kMaxAllocSize);
 const char* findFileProblem(int fd, std::uint64_t& size)
 {
     const int seals = ::fcntl(fd, F_GET_SEALS);
-    struct statfs fileSystem {};
+    struct statfs fileSystem{};
     // Memory of huge pages can be sealed as well, but reading it may fail for want of such pages.
     if (seals < 0 || ::fstatfs(fd, &fileSystem) != 0 || fileSystem.f_type != TMPFS_MAGIC)
         return "the descriptor is no memfd";
     // Unsealed, the file could shrink under the mapping, and reading it would end this process.
     if ((seals & kRequiredSeals) != kRequiredSeals)
         return "the file is not sealed against shrinking and growing";
-    struct stat status {};
+    struct stat status{};
     if (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) return "the descriptor is no memfd";
     size = static_cast<std::uint64_t>(status.st_size);
     if (size < kTrailerSize * 2 || size % kTrailerSize != 0) return "the file is too small for a trailer";
@@ -128,7 +128,7 @@ Memory::~Memory()
 
 std::optional<FileIdentity> Memory::identityOf(int fd)
 {
-    struct stat status {};
+    struct stat status{};
     if (::fstat(fd, &status) != 0) return {};
     return FileIdentity{status.st_dev, status.st_ino};
 }

@@ -29,7 +29,7 @@ std::string textOf(const char* name)
 // there.
 UniqueFd openSocketFile(int folder, const std::string& name)
 {
-    struct stat status {};
+    struct stat status{};
     if (fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return {};
     if (!pavo::mach::isTrustedOwner(status.st_uid)) return {};
     UniqueFd file(openat(folder, name.c_str(), O_PATH | O_CLOEXEC));

@@ -23,7 +23,7 @@ std::string environment(const char* name)
 
 bool isFolderOfOurs(const std::string& path)
 {
-    struct stat status {};
+    struct stat status{};
     return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == geteuid();
 }
 
@@ -85,7 +85,7 @@ UniqueFd openFolder(const std::string& path, bool create)
     if (create) makeFolder(path);
     UniqueFd folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!folder.isValid()) return {};
-    struct stat status {};
+    struct stat status{};
     if (fstat(folder.get(), &status) != 0) return {};
     // Who may write here could put sockets of theirs under names that others trust.
     if (!isTrustedOwner(status.st_uid) || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {

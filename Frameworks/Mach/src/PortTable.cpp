@@ -32,8 +32,8 @@ kern_return_t codeOfErrno()
 
 bool isSameFile(int descriptor, int folder, const std::string& name)
 {
-    struct stat open {};
-    struct stat named {};
+    struct stat open{};
+    struct stat named{};
     return fstat(descriptor, &open) == 0 && fstatat(folder, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
            open.st_dev == named.st_dev && open.st_ino == named.st_ino;
 }

@@ -33,7 +33,7 @@ void tellObserver(const std::string& call)
 }
 
 // Fills `error` and answers false where a failure was asked for.
-bool succeed(std::optional<ns::Error> Settings::*failure, ns::Error* error)
+bool succeed(std::optional<ns::Error> Settings::* failure, ns::Error* error)
 {
     const std::lock_guard lock(settings().mutex);
     const auto& wanted = settings().*failure;

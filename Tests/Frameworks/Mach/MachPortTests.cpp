@@ -72,7 +72,7 @@ TEST_F(MachPort, AReceiveRightIsAListeningStreamSocket)
 TEST_F(MachPort, ASocketIsForItsOwnerOnly)
 {
     const auto port = allocate();
-    struct stat status {};
+    struct stat status{};
     ASSERT_EQ(stat(onlySocket().c_str(), &status), 0);
     EXPECT_TRUE(S_ISSOCK(status.st_mode));
     EXPECT_EQ(status.st_mode & 07777, 0600U);

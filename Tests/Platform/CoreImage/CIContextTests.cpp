@@ -230,9 +230,8 @@ TEST(CIContext, HalfAPixelOfTranslationMixesNeighbours)
 
 TEST(CIContext, ColoursAreMultipliedByAlpha)
 {
-    const auto image = makeImage(2, 1, [](auto x, auto) {
-        return Pixel{200, 100, 50, x == 0 ? std::uint8_t{128} : std::uint8_t{0}};
-    });
+    const auto image = makeImage(
+        2, 1, [](auto x, auto) { return Pixel{200, 100, 50, x == 0 ? std::uint8_t{128} : std::uint8_t{0}}; });
     const auto pixels = drawn(image, 2, 1);
     EXPECT_EQ(pixels[0], (Pixel{100, 50, 25, 128}));
     EXPECT_EQ(pixels[1], (Pixel{0, 0, 0, 0}));
