@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <mach/port_private.h>
 #include <servers/bootstrap.h>
+#include <servers/bootstrap_private.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -99,6 +100,11 @@ kern_return_t bootstrap_look_up(mach_port_t bp, const name_t service_name, mach_
         }
         if (where == Namespace::System) return BOOTSTRAP_UNKNOWN_SERVICE;
     }
+}
+
+mach_port_t bootstrap_system_port(void)
+{
+    return pavo::mach::kSystemNamespacePort;
 }
 
 kern_return_t mach_port_connect(mach_port_name_t receive, mach_port_name_t* connection)

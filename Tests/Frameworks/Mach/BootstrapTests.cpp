@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <servers/bootstrap.h>
+#include <servers/bootstrap_private.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -105,6 +106,7 @@ TEST_F(Bootstrap, EachNamespaceHasAParentAndTheSystemIsItsOwn)
     mach_port_t parent = MACH_PORT_NULL;
     EXPECT_EQ(bootstrap_parent(systemNamespace(), &parent), BOOTSTRAP_SUCCESS);
     EXPECT_EQ(parent, systemNamespace());
+    EXPECT_EQ(bootstrap_system_port(), systemNamespace());
 }
 
 TEST_F(Bootstrap, OnlyANamespaceHasAParent)
