@@ -157,6 +157,8 @@ TEST(Tidy, ProductCodeIncludesOnlyFacesFrameworksAndTheLanguage)
                                                      "CoreMedia/CoreMedia.h",
                                                      "CoreVideo/CoreVideo.h",
                                                      "IOSurface/IOSurface.h",
+                                                     "Security/Security.h",
+                                                     "ServiceManagement/ServiceManagement.h",
                                                      "dispatch/dispatch.h",
                                                      "mach/mach_time.h",
                                                      "mach/port.h",
