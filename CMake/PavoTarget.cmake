@@ -1,7 +1,7 @@
 # The only ways in which a target is made. They carry the architecture:
 #
 #   pavo_framework(Name …)  a C framework of the platform, as Frameworks/<Name>/include and …/src
-#   pavo_face(Name …)       a C++ face of an Objective-C framework, as Platform/<Name>/*.h and …/linux
+#   pavo_face(Name …)       a C++ face of an Objective-C framework, as Platform/<Name>/*.h, …/linux and …/mac
 #   pavo_product(Name …)    a product module: sees headers of faces and frameworks, links none of them
 #   pavo_test(Name …)       a GoogleTest program; names the implementations, or the doubles, that it links
 #   pavo_check_headers(Name …)  compiles each header of a framework alone, as C and as C++
@@ -9,6 +9,8 @@
 # Every framework and face is two targets: <Name>_headers (what the product may see) and <Name> (what
 # implements it here). A product module depends on the first kind only, so the final link decides
 # whether it runs on the real thing or on a test's double.
+#
+# For macOS the system implements the C frameworks; of a face only the files named after MAC are built.
 
 function(pavo_defaults target)
   target_compile_features(${target} PUBLIC cxx_std_20)
@@ -16,6 +18,11 @@ function(pavo_defaults target)
   target_compile_options(${target} PRIVATE
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}/= -Wall -Wextra -Wshadow
     $<$<BOOL:${PAVO_WARNINGS_AS_ERRORS}>:-Werror>)
+  if(APPLE)
+    target_compile_options(${target} PRIVATE $<$<COMPILE_LANGUAGE:OBJCXX>:-fobjc-arc -fblocks
+      -Wprotocol -Wundeclared-selector -Warc-repeated-use-of-weak>)
+    set_target_properties(${target} PROPERTIES OBJCXX_STANDARD 20 OBJCXX_STANDARD_REQUIRED ON OBJCXX_EXTENSIONS OFF)
+  endif()
   if(PAVO_SANITIZE)
     target_compile_options(${target} PRIVATE -fsanitize=${PAVO_SANITIZE} -fno-omit-frame-pointer)
     target_link_options(${target} PUBLIC -fsanitize=${PAVO_SANITIZE})
@@ -32,8 +39,13 @@ endfunction()
 function(pavo_framework name)
   cmake_parse_arguments(arg "" "" "SOURCES;USES;LIBS" ${ARGN})
   add_library(${name}_headers INTERFACE)
-  target_include_directories(${name}_headers INTERFACE ${CMAKE_CURRENT_SOURCE_DIR}/include)
   pavo_use_headers(${name}_headers INTERFACE ${arg_USES})
+  if(NOT APPLE OR PAVO_OWN_SDK)
+    target_include_directories(${name}_headers INTERFACE ${CMAKE_CURRENT_SOURCE_DIR}/include)
+  endif()
+  if(APPLE)
+    return()
+  endif()
   add_library(${name} STATIC ${arg_SOURCES})
   target_link_libraries(${name} PUBLIC ${name}_headers Support ${arg_USES} PRIVATE ${arg_LIBS})
   target_include_directories(${name} PRIVATE
@@ -43,11 +55,20 @@ function(pavo_framework name)
   set_property(GLOBAL APPEND PROPERTY PAVO_PLATFORM_EXTERNALS ${arg_LIBS})
 endfunction()
 
+# SOURCES and LIBS are Linux's.
 function(pavo_face name)
-  cmake_parse_arguments(arg "" "" "SOURCES;USES;LIBS" ${ARGN})
+  cmake_parse_arguments(arg "" "" "SOURCES;MAC;USES;LIBS" ${ARGN})
   add_library(${name}_headers INTERFACE)
   target_include_directories(${name}_headers INTERFACE ${PROJECT_SOURCE_DIR})
   pavo_use_headers(${name}_headers INTERFACE Support ${arg_USES})
+  if(APPLE)
+    if(arg_MAC)
+      add_library(${name} OBJECT ${arg_MAC})
+      target_link_libraries(${name} PUBLIC ${name}_headers)
+      pavo_defaults(${name})
+    endif()
+    return()
+  endif()
   add_library(${name} STATIC ${arg_SOURCES})
   target_link_libraries(${name} PUBLIC ${name}_headers Support ${arg_USES} PRIVATE ${arg_LIBS})
   pavo_defaults(${name})

@@ -1,8 +1,9 @@
 #!/bin/sh
-# Installs what dependencies.txt names and this Debian does not have, and says so. Silent when nothing is missing.
+# Installs what the named list (dependencies.txt where none is named) asks for and this Debian does not have, and says
+# so. Silent when nothing is missing.
 set -eu
 
-list="$(dirname "$0")/dependencies.txt"
+list="${1:-$(dirname "$0")/dependencies.txt}"
 missing=""
 for package in $(sed 's/#.*//' "$list"); do
     state="$(dpkg-query --show --showformat='${db:Status-Status}' "$package" 2>/dev/null || true)"

@@ -1,0 +1,3 @@
+#pragma once
+
+// Included by the C++ library; nothing of it is used.

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+#include <sys/cdefs.h>
+
+#define EXIT_SUCCESS 0
+#define EXIT_FAILURE 1
+#define RAND_MAX 0x7fffffff
+#define MB_CUR_MAX 4
+
+__BEGIN_DECLS
+
+typedef struct {
+    int quot;
+    int rem;
+} div_t;
+typedef struct {
+    long quot;
+    long rem;
+} ldiv_t;
+typedef struct {
+    long long quot;
+    long long rem;
+} lldiv_t;
+void* malloc(size_t);
+void* calloc(size_t, size_t);
+void* realloc(void*, size_t);
+void free(void*);
+void* aligned_alloc(size_t, size_t);
+int posix_memalign(void**, size_t, size_t);
+__NORETURN void abort(void);
+__NORETURN void exit(int);
+__NORETURN void _Exit(int);
+__NORETURN void quick_exit(int);
+int atexit(void (*)(void));
+int at_quick_exit(void (*)(void));
+char* getenv(const char*);
+int system(const char*);
+int atoi(const char*);
+long atol(const char*);
+long long atoll(const char*);
+double atof(const char*);
+long strtol(const char*, char**, int);
+unsigned long strtoul(const char*, char**, int);
+long long strtoll(const char*, char**, int);
+unsigned long long strtoull(const char*, char**, int);
+double strtod(const char*, char**);
+float strtof(const char*, char**);
+long double strtold(const char*, char**);
+int rand(void);
+void srand(unsigned);
+void qsort(void*, size_t, size_t, int (*)(const void*, const void*));
+void* bsearch(const void*, const void*, size_t, size_t, int (*)(const void*, const void*));
+int abs(int);
+long labs(long);
+long long llabs(long long);
+div_t div(int, int);
+ldiv_t ldiv(long, long);
+lldiv_t lldiv(long long, long long);
+int mblen(const char*, size_t);
+int mbtowc(wchar_t*, const char*, size_t);
+int wctomb(char*, wchar_t);
+size_t mbstowcs(wchar_t*, const char*, size_t);
+size_t wcstombs(char*, const wchar_t*, size_t);
+uint32_t arc4random(void);
+
+__END_DECLS

@@ -1,0 +1,6 @@
+#pragma once
+
+typedef union {
+    char __mbstate8[128];
+    long long _mbstateL;
+} mbstate_t;

@@ -1,0 +1,4 @@
+#pragma once
+
+// Locales are switched off in the C++ library; its headers still ask for this one.
+typedef struct _xlocale* locale_t;
