@@ -45,23 +45,18 @@ protected:
     ~BidirectionalXPCServicePeerConnection() = default;
 };
 
-// Prepares a connection for resuming, in the one order that all implementations share. `handleLoss` keeps the
-// owner alive, so that an owner lives at least as long as a connection that it configured.
+// Prepares a connection for resuming, in the one order that all implementations share. `handleLoss` gets the
+// text to log, on the connection's own queue. It keeps the owner alive, so that an owner lives at least as
+// long as a connection that it configured.
 template <typename RemoteProtocol, typename LocalProtocol>
 void configurePeerConnection(xpc::Connection& connection, std::shared_ptr<LocalProtocol> localObject,
-                             const Logger& logger, const std::function<void()>& handleLoss)
+                             const std::function<void(LogFormat)>& handleLoss)
 {
     connection.setRemoteObjectInterface(xpc::describe<RemoteProtocol>());
     connection.setExportedInterface(xpc::describe<LocalProtocol>());
     connection.setExportedObject(xpc::exportObject(std::move(localObject)));
-    connection.setInvalidationHandler([logger, handleLoss] {
-        logger.error("The XPC connection was invalidated");
-        handleLoss();
-    });
-    connection.setInterruptionHandler([logger, handleLoss] {
-        logger.error("The XPC connection was interrupted");
-        handleLoss();
-    });
+    connection.setInvalidationHandler([handleLoss] { handleLoss("The XPC connection was invalidated"); });
+    connection.setInterruptionHandler([handleLoss] { handleLoss("The XPC connection was interrupted"); });
 }
 
 // The object at the far end of `connection`, which may be null.

@@ -75,8 +75,8 @@ public:
         logger().log("Received XPC connection. Configuring…");
         // Strong on purpose: a connection keeps the server that configured it.
         configurePeerConnection<RemoteProtocol, LocalProtocol>(
-            *newConnection, localObject(), logger(),
-            [self = this->shared_from_this()] { self->handleLoss(); });
+            *newConnection, localObject(),
+            [self = this->shared_from_this()](LogFormat message) { self->handleLoss(message); });
         logger().log("Now resuming XPC connection…");
         xpcConnection_.store(newConnection);
         newConnection->resume();
@@ -100,8 +100,9 @@ private:
 
     // Whichever connection failed, the current one is forgotten: a peer that is replaced has gone already,
     // and one that is still there has to dial again to be sure of its link.
-    void handleLoss()
+    void handleLoss(LogFormat message)
     {
+        logger().error(message);
         xpcConnection_.store(nullptr);
         if (const auto handler = onLostConnection()) handler();
     }
