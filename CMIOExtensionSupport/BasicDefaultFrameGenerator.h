@@ -17,8 +17,7 @@ namespace pavo {
 // Ownership: shares each frame with its callers. A frame that was given out is never drawn into again.
 // Threads:   not thread-safe; the stream's frame delivery calls it, one call at a time.
 // Errors:    a missing or unreadable picture, a missing filter and an impossible size end the process; a
-// buffer
-//            that cannot be made is an empty Ref.
+//            buffer that cannot be made is an empty Ref.
 class BasicDefaultFrameGenerator {
 public:
     // Loads the picture.

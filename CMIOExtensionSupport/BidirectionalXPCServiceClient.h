@@ -18,9 +18,8 @@ namespace pavo {
 // a second later, for as long as it lives. That pause is fixed, so a peer that comes back is met within it.
 //
 // Ownership: kept by its connection and by whatever waits on its queue, the next attempt included, so a
-// client
-//            whose peer is missing is never freed. An owner that wants its end makes the constructor closure
-//            return null: the attempt under way is then the last one, until start is called again.
+//            client whose peer is missing is never freed. An owner that wants its end makes the constructor
+//            closure return null: the attempt under way is then the last one, until start is called again.
 // Threads:   everything that changes a connection runs on one serial queue. The closures run on the global
 //            queue of default quality of service, several at once where events follow each other closely;
 //            they may read remoteObject, which code on the serial queue must not. The local object and the

@@ -15,8 +15,7 @@ namespace pavo {
 // Ownership: keeps its connection, a dead one too: messages to that one go nowhere. Kept by every connection
 //            that it configured.
 // Threads:   connect and the setters act on the caller's thread, and onGainedConnection runs there, too.
-// Losses
-//            are reported on the lost connection's own queue.
+//            Losses are reported on the lost connection's own queue.
 template <typename RemoteProtocol, typename LocalProtocol>
 class BidirectionalXPCServiceExternalConnectionClient final
     : public BidirectionalXPCServicePeerConnection<RemoteProtocol, LocalProtocol>,

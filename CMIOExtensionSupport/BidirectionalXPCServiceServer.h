@@ -15,8 +15,8 @@ namespace pavo {
 //
 // Ownership: keeps its listener, which knows it weakly.
 // Threads:   connections are accepted on the listener's queue and lost on queues of their own. The closures
-// run
-//            there, onGainedConnection inside the acceptance. Everything else may be called from any thread.
+//            run there, onGainedConnection inside the acceptance. Everything else may be called from any
+//            thread.
 template <typename RemoteProtocol, typename LocalProtocol>
 class BidirectionalXPCServiceServer final
     : public BidirectionalXPCServicePeerConnection<RemoteProtocol, LocalProtocol>,

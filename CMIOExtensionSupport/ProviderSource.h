@@ -20,8 +20,7 @@ inline constexpr std::string_view kManufacturer = "Tarnwell";
 // Ownership: owned by the entry point. Keeps the provider, which knows it weakly, and the device source.
 // Threads:   answers on the framework's queue from constants only.
 // Errors:    every client is welcome and property calls never fail. A provider that refuses the device ends
-// the
-//            process.
+//            the process.
 class ProviderSource final : public cmio::ExtensionProviderSource,
                              public std::enable_shared_from_this<ProviderSource> {
 public:

@@ -11,12 +11,10 @@ namespace pavo {
 // at first. The schedule is fixed at construction: a pause skips deadlines, it does not shift them.
 //
 // Ownership: owns its timer source. The source knows the timer only weakly, so a fire that begins after the
-// last
-//            reference is gone does nothing. The timer may be let go of in any state, also by its own
+//            last reference is gone does nothing. The timer may be let go of in any state, also by its own
 //            handler.
 // Threads:   the owner uses it from one context at a time. A fire reads `eventHandler` only, without a lock:
-// it is
-//            set while the timer is paused, or by the handler itself.
+//            it is set while the timer is paused, or by the handler itself.
 class RepeatingTimer final : public std::enable_shared_from_this<RepeatingTimer> {
 public:
     // `timeInterval` is in seconds, and both the first delay and the period.

@@ -30,8 +30,7 @@ protected:
 // Ownership: owned by the stream source, which is its delegate. The delegate is weak.
 // Threads:   not thread-safe. The stream source calls it on its frame queue, or before frames flow.
 // Errors:    a buffer that cannot be described is logged and gives an empty Ref. A counter, time or rate out
-// of
-//            range ends the process.
+//            of range ends the process.
 class StreamBufferController final {
 public:
     StreamBufferController();

@@ -25,8 +25,7 @@ namespace pavo {
 //            the timer and the producer's connection hop to it: start and stop wait until they are counted,
 //            all others go on at once. Nothing on that queue waits for a peer.
 // Errors:    a frame that cannot be described is logged and dropped. Everything else that could fail here is
-// a
-//            programming error.
+//            a programming error.
 class VideoStreamSource final : public cmio::ExtensionStreamSource,
                                 public StreamBufferControllerDelegate,
                                 public VideoFrameServiceClientDelegate,

@@ -10,8 +10,7 @@ namespace pavo {
 //
 // Ownership: holds the interceptor strongly; setting another one, or none, lets go of it.
 // Threads:   safe from any thread. A reader keeps its own reference, so an interceptor that is replaced while
-// a
-//            message is on its way to it still lives until that call returns.
+//            a message is on its way to it still lives until that call returns.
 class GlobalLoggingConfig final {
 public:
     // Made on first use, exactly once, and kept for the process's lifetime.

@@ -35,8 +35,7 @@ struct ViewerOptions {
 // Watches the camera as the options say, and reports how it went.
 //
 // Threads: frames are noted, and copied where a picture or video of them is wanted, on PipeWire's data
-// thread;
-//          everything that takes longer runs on the thread that calls run.
+//          thread; everything that takes longer runs on the thread that calls run.
 class CameraViewer final {
 public:
     CameraViewer(const ViewerOptions& options, Reporter& reporter, const StopSignal& stop);

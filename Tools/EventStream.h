@@ -17,8 +17,7 @@ namespace pavo::tools {
 // The --json output of a child, read as it comes.
 //
 // Threads: reads on a thread of its own, which ends when the child closes its output. All functions may be
-// called
-//          from any thread.
+//          called from any thread.
 class EventStream final {
 public:
     struct Event {

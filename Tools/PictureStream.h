@@ -15,8 +15,7 @@ namespace pavo::tools {
 // RGB pictures of one size that a child writes one after the other: when each came, and the latest.
 //
 // Threads: reads on a thread of its own, which ends when the child closes its output. All functions may be
-// called
-//          from any thread.
+//          called from any thread.
 class PictureStream final {
 public:
     PictureStream(UniqueFd readEnd, std::uint32_t width, std::uint32_t height);

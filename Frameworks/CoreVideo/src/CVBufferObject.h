@@ -16,8 +16,7 @@ class PixelBufferRecycler;
 // A pixel buffer, the only kind of buffer there is.
 //
 // Ownership: owns its storage and attachments. While somebody holds it, it keeps the pool that it came from,
-// and
-//            its surface in use. When the last reference goes it returns to that pool, or else is freed.
+//            and its surface in use. When the last reference goes it returns to that pool, or else is freed.
 struct __CVBuffer : cf::runtime::Object {
     explicit __CVBuffer(corevideo::PixelStorage pixels);
     ~__CVBuffer();

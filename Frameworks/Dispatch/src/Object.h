@@ -11,9 +11,8 @@ class Queue;
 // The base of everything that a dispatch handle stands for.
 //
 // Ownership: counted twice. Clients hold external references; all of them together, work that waits or runs,
-// and
-//            objects that depend on this one hold internal references. The rules about suspended objects are
-//            checked when the last external reference goes, the object goes with the last internal one.
+//            and objects that depend on this one hold internal references. The rules about suspended objects
+//            are checked when the last external reference goes, the object goes with the last internal one.
 // Threads:   every function may be called on every thread.
 class Object {
 public:

@@ -34,8 +34,7 @@ private:
 //
 // Ownership: the one instance is made at first use and never destroyed. Timers are borrowed until they leave.
 // Threads:   one mutex guards the timers that are added and the state of all timer sources; a queue's lock
-// may be
-//            taken while it is held, never the other way round.
+//            may be taken while it is held, never the other way round.
 class TimerThread final {
 public:
     static TimerThread& shared();

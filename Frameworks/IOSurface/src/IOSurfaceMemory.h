@@ -26,7 +26,7 @@ struct FileIdentity {
 // Ownership: owns descriptor and mapping.
 // Threads:   immutable; seed and use count are atomic.
 // Errors:    a creator that fails gives none, sets `problem` to the reason in words, and leaves nothing
-// behind.
+//            behind.
 class Memory final {
 public:
     // New memory for a layout without a problem, sealed, with its trailer written.

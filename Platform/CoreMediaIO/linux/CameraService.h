@@ -21,10 +21,9 @@ namespace cmio {
 //
 // Ownership: keeps the streams, the loop and all that lives on it.
 // Threads:   start and stop on any thread. What sources are asked happens on the client queue, what PipeWire
-// says
-//            on the loop; the loop never waits for the queue.
+//            says on the loop; the loop never waits for the queue.
 // Errors:    a stream that has no usable format is logged and left out. Without PipeWire the cameras wait for
-// it.
+//            it.
 class CameraService final : public std::enable_shared_from_this<CameraService> {
 public:
     static std::shared_ptr<CameraService> start(std::weak_ptr<ExtensionProviderSource> source,

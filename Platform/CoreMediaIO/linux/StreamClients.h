@@ -18,7 +18,7 @@ namespace cmio {
 //
 // Threads: the client queue.
 // Errors:  a process that a source turns away is logged and refused, and not asked about again while it is
-// there.
+//            there.
 class StreamClients final {
 public:
     // `refuse` takes a process's frames away.

@@ -21,10 +21,9 @@ namespace xpc {
 //
 // Ownership: shared by its connection or listener and, while it runs, by the I/O thread. Knows both weakly.
 // Threads:   all functions may be called from any thread; observers are told on the I/O thread, without a
-// lock.
-//            Sending never waits for the peer.
+//            lock. Sending never waits for the peer.
 // Errors:    a link that fails closes itself and tells its observer once. Closing it from outside tells
-// nobody.
+//            nobody.
 class PeerLink final : public EventHandler, public std::enable_shared_from_this<PeerLink> {
 public:
     enum class Role { client, server };
