@@ -72,4 +72,13 @@ CMTime CMTimeSubtract(CMTime lhs, CMTime rhs);
 // infinity, invalid.
 int32_t CMTimeCompare(CMTime time1, CMTime time2);
 
+// A time as a dictionary of numbers, for interfaces that take objects only. Null where memory is out.
+CF_EXPORT const CFStringRef kCMTimeValueKey;
+CF_EXPORT const CFStringRef kCMTimeScaleKey;
+CF_EXPORT const CFStringRef kCMTimeEpochKey;
+CF_EXPORT const CFStringRef kCMTimeFlagsKey;
+CFDictionaryRef CMTimeCopyAsDictionary(CMTime time, CFAllocatorRef allocator);
+// Invalid where one of the numbers is missing, and for null.
+CMTime CMTimeMakeFromDictionary(CFDictionaryRef dictionaryRepresentation);
+
 CF_EXTERN_C_END
