@@ -1,0 +1,7 @@
+#pragma once
+
+#include <objc/NSObject.h>
+
+// The object behind an IOSurfaceRef, which is bridged: the same pointer.
+@interface IOSurface : NSObject
+@end
