@@ -59,13 +59,14 @@ void FrameSender::heard(const LinkEvent& event)
         reporter_.emit({{"event", "waiting"}});
         break;
     case Kind::connected:
-        watchers_ = 0;
+        forgetWatchers();
         ::eventfd_write(connectedSignal_.get(), 1);
         reporter_.say("Connected with the camera, process " + std::to_string(event.pid) + ". Sending " +
                       describe(source_.format(), rate_) + ".");
         reporter_.emit({{"event", "connected"}, {"pid", event.pid}});
         break;
     case Kind::lost:
+        forgetWatchers();
         reporter_.say("The camera has gone.");
         reporter_.emit({{"event", "lost"}});
         break;
@@ -80,13 +81,21 @@ void FrameSender::heard(const LinkEvent& event)
     case Kind::watcherAdded:
     case Kind::watcherRemoved: {
         const bool isAdded = event.kind == Kind::watcherAdded;
-        watchers_ += isAdded ? 1 : -1;
+        const bool isNews = isAdded ? watchers_.insert(event.pid).second : watchers_.erase(event.pid) > 0;
+        watcherCount_ = watchers_.size();
+        if (!isNews) break;
         reporter_.say("Process " + std::to_string(event.pid) +
                       (isAdded ? " watches the camera." : " has stopped watching."));
         reporter_.emit({{"event", isAdded ? "watcherAdded" : "watcherRemoved"}, {"pid", event.pid}});
         break;
     }
     }
+}
+
+void FrameSender::forgetWatchers()
+{
+    watchers_.clear();
+    watcherCount_ = 0;
 }
 
 // False: a signal came first.
@@ -167,7 +176,7 @@ void FrameSender::showStatus()
     const char* state = !link_->isConnected() ? "no camera"
                         : link_->isWanted()   ? "sending"
                                               : "nobody watches";
-    reporter_.status(std::string(state) + ", " + std::to_string(watchers_) + " watching, " +
+    reporter_.status(std::string(state) + ", " + std::to_string(watcherCount_) + " watching, " +
                      std::to_string(sent_) + " frames sent");
 }
 

@@ -11,6 +11,7 @@
 #include <deque>
 #include <memory>
 #include <optional>
+#include <set>
 
 namespace pavo::tools {
 
@@ -33,6 +34,7 @@ public:
 
 private:
     void heard(const LinkEvent& event);
+    void forgetWatchers();
     bool waitForCamera();
     FrameOutcome step();
     void showStatus();
@@ -51,7 +53,9 @@ private:
     // use by nobody else, and would be drawn over.
     std::deque<cf::Ref<CVPixelBufferRef>> underWay_;
 
-    std::atomic<int> watchers_ = 0;
+    // The camera may tell of a process twice: as one that comes, and as one that is there.
+    std::set<std::int32_t> watchers_;  // used on the link's queue only
+    std::atomic<std::size_t> watcherCount_ = 0;
     std::uint64_t sent_ = 0;
     std::uint64_t leftOutUnwatched_ = 0;
     std::uint64_t leftOutRingFull_ = 0;
