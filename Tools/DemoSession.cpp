@@ -1,6 +1,7 @@
 #include "Tools/DemoSession.h"
 
 #include "Tools/CameraClient.h"
+#include "Tools/SessionManagerConfig.h"
 #include "Tools/StopSignal.h"
 
 #include <cstdlib>
@@ -102,6 +103,7 @@ bool DemoSession::startIsolated()
     const std::string bus = "unix:path=" + folder_ + "/bus";
     environment.emplace_back("DBUS_SESSION_BUS_ADDRESS", bus);
     environment.emplace_back("XDG_STATE_HOME", folder_ + "/state");
+    environment.emplace_back("XDG_CONFIG_HOME", folder_ + "/config");
     const auto run = [this, &environment](std::vector<std::string> arguments) {
         ChildProcess::Options options;
         options.arguments = std::move(arguments);
@@ -110,7 +112,8 @@ bool DemoSession::startIsolated()
         if (child) daemons_.push_back(std::move(*child));
         return child.has_value();
     };
-    return run({"dbus-daemon", "--session", "--nofork", "--nopidfile", "--address=" + bus}) &&
+    return writeSessionManagerConfig(folder_ + "/config") &&
+           run({"dbus-daemon", "--session", "--nofork", "--nopidfile", "--address=" + bus}) &&
            waitUntilAnswers(folder_ + "/bus") && run({"pipewire"}) &&
            waitUntilAnswers(folder_ + "/pipewire-0") && run({"wireplumber"});
 }

@@ -1,6 +1,7 @@
 #include "Tests/Support/PipeWireSession.h"
 
 #include "Tests/Support/Wait.h"
+#include "Tools/SessionManagerConfig.h"
 
 #include <nlohmann/json.hpp>
 #include <signal.h>
@@ -133,6 +134,7 @@ bool PipeWireSession::startDaemon()
     const std::string socket = folder_.path() + "/pipewire-0";
     pipeWire_ = ChildProcess({"pipewire"}, folder_.path() + "/pipewire.log");
     if (!waitFor([&socket] { return acceptsConnections(socket); })) return false;
+    if (!tools::writeSessionManagerConfig(folder_.path())) return false;
     sessionManager_ = ChildProcess({"wireplumber"}, folder_.path() + "/wireplumber.log");
     return waitFor(isSessionManagerReady);
 }
