@@ -1,6 +1,5 @@
 #pragma once
 
-#include <CoreFoundation/CoreFoundation.h>
 #include <objc/NSObject.h>
 #include <objc/runtime.h>
 #include <stddef.h>
