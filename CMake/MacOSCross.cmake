@@ -20,6 +20,10 @@ set(CMAKE_CXX_COMPILER ${pavo_llvm}/bin/clang++)
 set(CMAKE_OBJCXX_COMPILER ${pavo_llvm}/bin/clang++)
 set(pavo_c_headers
   "-isystem ${pavo_llvm}/lib/clang/19/include -isystem ${pavo_root}/MacOS/include/libc -isystem ${pavo_root}/MacOS/include")
+file(GLOB pavo_frameworks ${pavo_root}/Frameworks/*/include)
+foreach(folder ${pavo_frameworks})
+  string(APPEND pavo_c_headers " -isystem ${folder}")
+endforeach()
 # Ours comes first of the C++ library's: it configures the rest.
 set(pavo_cxx_headers
   "-nostdinc++ -isystem ${pavo_root}/MacOS/include/libc++ -isystem ${pavo_llvm}/include/c++/v1 ${pavo_c_headers}")

@@ -10,7 +10,7 @@
 # implements it here). A product module depends on the first kind only, so the final link decides
 # whether it runs on the real thing or on a test's double.
 #
-# For macOS the system implements the C frameworks; of a face only the files named after MAC are built.
+# For macOS the system has the C frameworks; of a face the files named after MAC are built.
 
 function(pavo_defaults target)
   target_compile_features(${target} PUBLIC cxx_std_20)
@@ -40,12 +40,10 @@ function(pavo_framework name)
   cmake_parse_arguments(arg "" "" "SOURCES;USES;LIBS" ${ARGN})
   add_library(${name}_headers INTERFACE)
   pavo_use_headers(${name}_headers INTERFACE ${arg_USES})
-  if(NOT APPLE OR PAVO_OWN_SDK)
-    target_include_directories(${name}_headers INTERFACE ${CMAKE_CURRENT_SOURCE_DIR}/include)
-  endif()
   if(APPLE)
     return()
   endif()
+  target_include_directories(${name}_headers INTERFACE ${CMAKE_CURRENT_SOURCE_DIR}/include)
   add_library(${name} STATIC ${arg_SOURCES})
   target_link_libraries(${name} PUBLIC ${name}_headers Support ${arg_USES} PRIVATE ${arg_LIBS})
   target_include_directories(${name} PRIVATE

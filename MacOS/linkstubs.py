@@ -52,6 +52,11 @@ class Table:
             names += [f"_OBJC_CLASS_$_{class_name}", f"_OBJC_METACLASS_$_{class_name}"]
         return names
 
+    def unused(self, used):
+        """The entries that none of the used symbols belongs to."""
+        classes = [name for name in self.entries["class"] if f"_OBJC_CLASS_$_{name}" not in used]
+        return classes + [name for name in self.entries["symbol"] if name not in used]
+
     def place(self):
         """Where an SDK keeps the stub of this library."""
         if ".framework/" in self.install_name:

@@ -1,8 +1,11 @@
 #pragma once
 
-#ifdef __cplusplus
-extern "C" {
-#endif
+#include <sys/cdefs.h>
+
+#define RTLD_NOW 0x2
+#define RTLD_LOCAL 0x4
+
+__BEGIN_DECLS
 
 typedef struct {
     const char* dli_fname;
@@ -14,6 +17,7 @@ typedef struct {
 // Which image an address lies in. 0 where it is in none.
 int dladdr(const void* address, Dl_info* info);
 
-#ifdef __cplusplus
-}
-#endif
+void* dlopen(const char* path, int mode);
+const char* dlerror(void);
+
+__END_DECLS
