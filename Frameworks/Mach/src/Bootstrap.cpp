@@ -6,7 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
+#include <climits>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -26,32 +26,50 @@ std::string textOf(const char* name)
     return std::string(name, strnlen(name, BOOTSTRAP_MAX_NAME_LEN));
 }
 
-// The socket that a name leads to. Invalid where there is none, or where somebody else could have put it
-// there.
-UniqueFd openSocketFile(int folder, const std::string& name)
+struct stat statusOf(const UniqueFd& file)
 {
-    struct stat status{};
-    if (fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return {};
-    if (!pavo::mach::isTrustedOwner(status.st_uid)) return {};
-    UniqueFd file(openat(folder, name.c_str(), O_PATH | O_CLOEXEC));
+    struct stat status{};  // of no kind and nobody's where the file is not there
     if (!file.isValid() || fstat(file.get(), &status) != 0) return {};
-    if (!S_ISSOCK(status.st_mode) || !pavo::mach::isTrustedOwner(status.st_uid)) return {};
+    return status;
+}
+
+UniqueFd openTarget(int folder, const UniqueFd& link, Namespace where)
+{
+    char target[PATH_MAX];
+    const auto length = readlinkat(link.get(), "", target, sizeof target - 1);
+    if (length < 0) return {};
+    target[length] = '\0';
+    if (where == Namespace::System) return pavo::openTrusted(target, pavo::mach::trustedOwnerIn(where));
+    return UniqueFd(openat(folder, target, O_PATH | O_CLOEXEC));
+}
+
+// The socket that a name leads to. Invalid where there is none, or where somebody else could have put it
+// there. Each file is opened before it is looked at, so what was looked at is what is used.
+UniqueFd openSocketFile(int folder, const std::string& name, Namespace where)
+{
+    const auto trusted = pavo::mach::trustedOwnerIn(where);
+    UniqueFd file(openat(folder, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    if (const auto status = statusOf(file); S_ISLNK(status.st_mode)) {
+        if (!pavo::isTrusted(status.st_uid, trusted)) return {};
+        file = openTarget(folder, file, where);
+    }
+    const auto status = statusOf(file);
+    if (!S_ISSOCK(status.st_mode) || !pavo::isTrusted(status.st_uid, trusted)) return {};
     return file;
 }
 
-bool isTrustedPeer(int connection)
+bool isTrustedPeer(int connection, Namespace where)
 {
     ucred peer{};
     socklen_t size = sizeof peer;
     return getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 &&
-           pavo::mach::isTrustedOwner(peer.uid);
+           pavo::isTrusted(peer.uid, pavo::mach::trustedOwnerIn(where));
 }
 
-UniqueFd connectTo(const std::string& folderPath, const std::string& name)
+UniqueFd connectTo(const UniqueFd& folder, const std::string& name, Namespace where)
 {
-    const auto folder = pavo::mach::openFolder(folderPath, false);
     if (!folder.isValid()) return {};
-    const auto file = openSocketFile(folder.get(), name);
+    const auto file = openSocketFile(folder.get(), name, where);
     if (!file.isValid()) return {};
     // Non-blocking at first: a service that takes no connections must not hold its callers.
     auto connection = pavo::mach::withoutStandardNumbers(
@@ -60,7 +78,7 @@ UniqueFd connectTo(const std::string& folderPath, const std::string& name)
     const auto address = pavo::mach::addressIn(file.get(), "");
     if (connect(connection.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
         return {};
-    if (!isTrustedPeer(connection.get())) return {};
+    if (!isTrustedPeer(connection.get(), where)) return {};
     if (fcntl(connection.get(), F_SETFL, 0) != 0) return {};
     return connection;
 }
@@ -83,7 +101,7 @@ kern_return_t bootstrap_register(mach_port_t bp, name_t service_name, mach_port_
     if (!where || !service_name || !MACH_PORT_VALID(sp)) return KERN_INVALID_ARGUMENT;
     const auto name = textOf(service_name);
     if (!pavo::mach::isUsableName(name)) return KERN_INVALID_ARGUMENT;
-    return pavo::mach::PortTable::shared().registerName(pavo::mach::folderOf(*where), name, sp);
+    return pavo::mach::PortTable::shared().registerName(*where, name, sp);
 }
 
 kern_return_t bootstrap_look_up(mach_port_t bp, const name_t service_name, mach_port_t* sp)
@@ -93,7 +111,7 @@ kern_return_t bootstrap_look_up(mach_port_t bp, const name_t service_name, mach_
     const auto name = textOf(service_name);
     if (!pavo::mach::isUsableName(name)) return BOOTSTRAP_UNKNOWN_SERVICE;
     for (auto where = *first;; where = pavo::mach::parentOf(where)) {
-        auto connection = connectTo(pavo::mach::folderOf(where), name);
+        auto connection = connectTo(pavo::mach::openNamespace(where, false), name, where);
         if (connection.isValid()) {
             *sp = static_cast<mach_port_t>(connection.release());
             return BOOTSTRAP_SUCCESS;
@@ -113,7 +131,8 @@ kern_return_t mach_port_connect(mach_port_name_t receive, mach_port_name_t* conn
     const auto path = pavo::mach::PortTable::shared().pathOf(receive);
     if (path.empty()) return KERN_INVALID_NAME;
     const auto end = path.rfind('/');
-    auto connected = connectTo(path.substr(0, end), path.substr(end + 1));
+    auto connected = connectTo(pavo::mach::openFolder(path.substr(0, end), false), path.substr(end + 1),
+                               Namespace::Process);
     if (!connected.isValid()) return KERN_FAILURE;
     *connection = static_cast<mach_port_name_t>(connected.release());
     return KERN_SUCCESS;

@@ -80,6 +80,25 @@ std::string folderOf(Namespace where)
     return where == Namespace::User ? user : user + "/process-" + std::to_string(getpid());
 }
 
+TrustedOwner trustedOwnerIn(Namespace where)
+{
+    const bool isRoots = where == Namespace::System && environment("PAVO_BOOTSTRAP_DIR").empty();
+    return isRoots ? TrustedOwner::root : TrustedOwner::rootOrSelf;
+}
+
+UniqueFd openNamespace(Namespace where, bool create)
+{
+    const auto path = folderOf(where);
+    if (where != Namespace::System) return openFolder(path, create);
+    if (create) makeFolder(path);
+    auto folder = openTrusted(path, trustedOwnerIn(where));
+    struct stat status{};
+    if (!folder.isValid() || fstat(folder.get(), &status) != 0) return {};
+    if (S_ISDIR(status.st_mode)) return folder;
+    errno = ENOTDIR;
+    return {};
+}
+
 UniqueFd openFolder(const std::string& path, bool create)
 {
     if (create) makeFolder(path);
@@ -88,16 +107,11 @@ UniqueFd openFolder(const std::string& path, bool create)
     struct stat status{};
     if (fstat(folder.get(), &status) != 0) return {};
     // Who may write here could put sockets of theirs under names that others trust.
-    if (!isTrustedOwner(status.st_uid) || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+    if (!isTrusted(status.st_uid, TrustedOwner::rootOrSelf) || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
         errno = EPERM;
         return {};
     }
     return folder;
-}
-
-bool isTrustedOwner(unsigned int owner)
-{
-    return owner == geteuid() || owner == 0;
 }
 
 bool isUsableName(std::string_view name)

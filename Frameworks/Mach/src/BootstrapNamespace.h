@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "Platform/Support/UniqueFd.h"
+#include "Platform/Support/linux/TrustedPath.h"
 
 // The folders in which names and sockets lie.
 namespace pavo::mach {
@@ -26,12 +27,17 @@ Namespace parentOf(Namespace where);
 // Where the namespace lies at this moment: the environment says so and may change between calls.
 std::string folderOf(Namespace where);
 
-// Opens the folder, made before where it is missing and `create` says so. Invalid, with errno set, where it
-// is not a folder that only its owner may change, or where the owner is neither this user nor root.
-UniqueFd openFolder(const std::string& path, bool create);
+// Whose names and sockets are believed there. The system's are root's alone, unless the environment has moved
+// it to where the user could put it.
+TrustedOwner trustedOwnerIn(Namespace where);
 
-// Whether a file of this owner can be trusted: our own, or the administrator's.
-bool isTrustedOwner(unsigned int owner);
+// Opens the folder of a namespace, made before where it is missing and `create` says so. Invalid, with errno
+// set, where it is not a folder that only a trusted owner may change; for the system's that goes for every
+// folder above it, too.
+UniqueFd openNamespace(Namespace where, bool create);
+
+// The same for the folder of a process or a user, by its path.
+UniqueFd openFolder(const std::string& path, bool create);
 
 // Whether the name can be a file's: short, not empty, one path component, and none of the names that
 // namespaces use themselves.

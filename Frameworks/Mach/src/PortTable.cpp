@@ -14,7 +14,6 @@
 #include <optional>
 #include <utility>
 
-#include "BootstrapNamespace.h"
 #include "Descriptor.h"
 
 namespace pavo::mach {
@@ -133,13 +132,12 @@ std::string PortTable::pathOf(mach_port_name_t name)
     return found == rights_.end() ? std::string() : found->second.path;
 }
 
-kern_return_t PortTable::registerName(const std::string& folderPath, const std::string& name,
-                                      mach_port_t port)
+kern_return_t PortTable::registerName(Namespace where, const std::string& name, mach_port_t port)
 {
     const std::lock_guard lock(mutex_);
     const auto found = rights_.find(port);
     if (found == rights_.end()) return KERN_INVALID_RIGHT;
-    const auto folder = openFolder(folderPath, true);
+    const auto folder = openNamespace(where, true);
     if (!folder.isValid()) return BOOTSTRAP_NOT_PRIVILEGED;
     auto nameLock = lockName(folder.get(), name + ".lock");
     if (!nameLock.isValid())
@@ -148,7 +146,7 @@ kern_return_t PortTable::registerName(const std::string& folderPath, const std::
         unlinkat(folder.get(), (name + ".lock").c_str(), 0);
         return BOOTSTRAP_NOT_PRIVILEGED;
     }
-    found->second.registrations.push_back({folderPath, name, std::move(nameLock)});
+    found->second.registrations.push_back({folderOf(where), name, std::move(nameLock)});
     return BOOTSTRAP_SUCCESS;
 }
 

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "BootstrapNamespace.h"
 #include "Platform/Support/UniqueFd.h"
 
 namespace pavo::mach {
@@ -30,7 +31,7 @@ public:
     bool deallocate(mach_port_name_t name);
     // Where the port's socket is; empty where the port is not one of ours.
     std::string pathOf(mach_port_name_t name);
-    kern_return_t registerName(const std::string& folder, const std::string& name, mach_port_t port);
+    kern_return_t registerName(Namespace where, const std::string& name, mach_port_t port);
 
 private:
     struct Registration {

@@ -363,6 +363,88 @@ TEST_F(Bootstrap, DoesNotFollowWhatSomebodyElseOwns)
     deallocate(port);
 }
 
+TEST_F(Bootstrap, ASystemNameThatSomebodyElsePlantedIsNotFollowed)
+{
+    if (geteuid() != 0) GTEST_SKIP() << "only root can give a file away";
+    constexpr uid_t somebody = 65534;
+    const auto before = pavo::test::openDescriptorCount();
+    const auto port = allocate();
+    ASSERT_EQ(registerName(systemNamespace(), "name", port), BOOTSTRAP_SUCCESS);
+    const auto link = systemFolder() + "/name";
+    for (const std::string& planted : {link, fs::read_symlink(link).string(), systemFolder(), folder_.path(),
+                                       processFolder(), userFolder()}) {
+        ASSERT_EQ(lchown(planted.c_str(), somebody, 0), 0) << planted;
+        EXPECT_EQ(lookUp(systemNamespace(), "name"), BOOTSTRAP_UNKNOWN_SERVICE) << planted;
+        ASSERT_EQ(lchown(planted.c_str(), 0, 0), 0) << planted;
+        EXPECT_TRUE(leadsTo(systemNamespace(), "name", port));
+    }
+    deallocate(port);
+    EXPECT_EQ(pavo::test::openDescriptorCount(), before);
+}
+
+TEST_F(Bootstrap, ASystemSocketThatSomebodyElsePlantedIsNotFollowed)
+{
+    if (geteuid() != 0) GTEST_SKIP() << "only root can give a file away";
+    constexpr uid_t somebody = 65534;
+    const auto port = allocate();
+    ASSERT_EQ(registerName(systemNamespace(), "link", port), BOOTSTRAP_SUCCESS);
+    const auto socket = systemFolder() + "/name";
+    fs::rename(fs::read_symlink(systemFolder() + "/link"), socket);
+    ASSERT_EQ(chown(socket.c_str(), somebody, 0), 0);
+    EXPECT_EQ(lookUp(systemNamespace(), "name"), BOOTSTRAP_UNKNOWN_SERVICE);
+    ASSERT_EQ(chown(socket.c_str(), 0, 0), 0);
+    EXPECT_TRUE(leadsTo(systemNamespace(), "name", port));
+    deallocate(port);
+}
+
+TEST_F(Bootstrap, NobodyElseMayWriteWhereASystemNameLeads)
+{
+    const auto port = allocate();
+    ASSERT_EQ(registerName(systemNamespace(), "name", port), BOOTSTRAP_SUCCESS);
+    for (const auto& folder : {systemFolder(), folder_.path(), processFolder(), userFolder()}) {
+        ASSERT_EQ(chmod(folder.c_str(), 0777), 0);
+        EXPECT_EQ(lookUp(systemNamespace(), "name"), BOOTSTRAP_UNKNOWN_SERVICE) << folder;
+        ASSERT_EQ(chmod(folder.c_str(), 0700), 0);
+    }
+    EXPECT_TRUE(leadsTo(systemNamespace(), "name", port));
+    deallocate(port);
+}
+
+TEST_F(Bootstrap, ASystemNameLeadsThroughNoOtherLink)
+{
+    const auto port = allocate();
+    ASSERT_EQ(registerName(systemNamespace(), "name", port), BOOTSTRAP_SUCCESS);
+    const auto socket = fs::read_symlink(systemFolder() + "/name").string();
+    fs::create_symlink(systemFolder() + "/name", systemFolder() + "/twice");
+    EXPECT_EQ(lookUp(systemNamespace(), "twice"), BOOTSTRAP_UNKNOWN_SERVICE);
+    fs::create_symlink(processFolder(), folder_.path() + "/elsewhere");
+    fs::create_symlink(folder_.path() + "/elsewhere/" + fs::path(socket).filename().string(),
+                       systemFolder() + "/around");
+    EXPECT_EQ(lookUp(systemNamespace(), "around"), BOOTSTRAP_UNKNOWN_SERVICE);
+    fs::rename(systemFolder(), folder_.path() + "/moved");
+    fs::create_symlink(folder_.path() + "/moved", systemFolder());
+    EXPECT_EQ(lookUp(systemNamespace(), "name"), BOOTSTRAP_UNKNOWN_SERVICE) << "the folder is a link";
+    EXPECT_EQ(registerName(systemNamespace(), "another", port), BOOTSTRAP_NOT_PRIVILEGED);
+    deallocate(port);
+}
+
+TEST_F(Bootstrap, ASocketThatSomebodyElseListensOnIsNotFollowed)
+{
+    if (geteuid() != 0) GTEST_SKIP() << "only root can become somebody else";
+    const auto port = allocate();
+    ASSERT_EQ(registerName(userNamespace(), "name", port), BOOTSTRAP_SUCCESS);
+    ASSERT_EQ(registerName(systemNamespace(), "name", port), BOOTSTRAP_SUCCESS);
+    const pid_t listener = fork();
+    if (listener == 0)
+        _exit(setresuid(65534, 65534, 65534) == 0 && listen(static_cast<int>(port), 4) == 0 ? 0 : 1);
+    int status = -1;
+    ASSERT_EQ(waitpid(listener, &status, 0), listener);
+    ASSERT_EQ(status, 0);
+    EXPECT_EQ(lookUp(userNamespace(), "name"), BOOTSTRAP_UNKNOWN_SERVICE);
+    EXPECT_EQ(lookUp(systemNamespace(), "name"), BOOTSTRAP_UNKNOWN_SERVICE);
+    deallocate(port);
+}
+
 TEST_F(Bootstrap, AFileThatIsNoSocketIsNoService)
 {
     const auto port = allocate();
