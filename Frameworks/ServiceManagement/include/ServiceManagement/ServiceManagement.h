@@ -21,8 +21,10 @@ enum {
     kSMErrorInvalidSignature = 3,      // somebody other than root could have changed the helper or its unit
     kSMErrorAuthorizationFailure = 4,  // the right is not in hand, or systemd does not accept it
     kSMErrorToolNotValid = 5,          // the main bundle has no such helper, or it is no program
+    kSMErrorJobNotFound = 6,           // systemd does not find the unit that it was given
     kSMErrorServiceUnavailable = 7,    // there is no systemd, or it does not answer
     kSMErrorJobPlistNotFound = 8,      // the helper has no unit beside it
+    kSMErrorJobMustBeEnabled = 9,      // the administrator has masked the unit
     kSMErrorInvalidPlist = 10,         // its unit is not one for this helper
 };
 
