@@ -306,7 +306,9 @@ std::optional<std::string> CameraClient::Impl::start()
     if (!options.remoteName.empty())
         pw_properties_set(properties, PW_KEY_REMOTE_NAME, options.remoteName.c_str());
     core = pw_context_connect(context, properties, 0);
-    if (!core) return "no PipeWire answers: " + std::string(std::strerror(errno));
+    if (!core)
+        return "no PipeWire" + (options.remoteName.empty() ? "" : " named " + options.remoteName) +
+               " answers: " + std::strerror(errno);
     pw_core_add_listener(core, &coreHook, &coreEvents, this);
     registry = pw_core_get_registry(core, PW_VERSION_REGISTRY, 0);
     pw_registry_add_listener(registry, &registryHook, &registryEvents, this);
@@ -328,7 +330,9 @@ void CameraClient::Impl::stop()
     {
         const LoopLock lock(loop);
         isLost = true;  // what follows is our own doing and nobody's news
-        if (stream) pw_stream_destroy(std::exchange(stream, nullptr));
+        // The data thread uses the pointer until the stream has stopped it, which is inside of this call.
+        if (stream) pw_stream_destroy(stream);
+        stream = nullptr;
         if (registry) {
             spa_hook_remove(&registryHook);
             pw_proxy_destroy(reinterpret_cast<pw_proxy*>(std::exchange(registry, nullptr)));
