@@ -108,12 +108,19 @@ bool FrameSender::waitForCamera()
     return !waiting[0].revents;
 }
 
+// The look at an input that has ended is no frame.
+FrameOutcome FrameSender::leaveOut(std::uint64_t& count)
+{
+    auto outcome = source_.skip();
+    if (outcome.status == FrameStatus::ready) ++count;
+    return outcome;
+}
+
 FrameOutcome FrameSender::step()
 {
     if (!link_->isWanted()) {
         underWay_.clear();
-        ++leftOutUnwatched_;
-        return source_.skip();
+        return leaveOut(leftOutUnwatched_);
     }
     const std::uint64_t generation = link_->generation();
     if (!pool_ || std::exchange(poolGeneration_, generation) != generation) {
@@ -124,10 +131,7 @@ FrameOutcome FrameSender::step()
             return {FrameStatus::failed, "there are no surfaces for " + describe(source_.format(), rate_)};
     }
     const auto buffer = pool_->take();
-    if (!buffer) {
-        ++leftOutRingFull_;
-        return source_.skip();
-    }
+    if (!buffer) return leaveOut(leftOutRingFull_);
     FrameOutcome outcome{};
     {
         const LockedPixels pixels(buffer.get(), source_.format());

@@ -36,6 +36,7 @@ private:
     void heard(const LinkEvent& event);
     void forgetWatchers();
     bool waitForCamera();
+    FrameOutcome leaveOut(std::uint64_t& count);
     FrameOutcome step();
     void showStatus();
     void reportStatistics();
