@@ -43,7 +43,8 @@ void Reporter::say(std::string_view sentence)
 bool Reporter::emit(const nlohmann::json& event)
 {
     if (!isJson_) return true;
-    const std::string line = event.dump() + "\n";
+    // File names may be any bytes; JSON has to be UTF-8.
+    const std::string line = event.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
     const std::lock_guard lock(mutex_);
     return std::fwrite(line.data(), 1, line.size(), stdout) == line.size() && std::fflush(stdout) == 0;
 }
