@@ -61,6 +61,37 @@ Result<FrameRate> parseRate(std::string_view text)
     return rate;
 }
 
+Result<std::uint64_t> parseCount(std::string_view text)
+{
+    std::uint64_t count = 0;
+    // Others would read a leading zero as the sign of another base.
+    if (text.starts_with('0') || !parseWhole(text, count))
+        return Problem{"a count is a whole number from 1, not " + quoted(text)};
+    return count;
+}
+
+Result<double> parseDuration(std::string_view text)
+{
+    double seconds = 0;
+    if (!parseWhole(text, seconds) || !(seconds > 0 && seconds <= kLongestSeconds))
+        return Problem{"a time is a number of seconds above 0, as 2.5, not " + quoted(text)};
+    return seconds;
+}
+
+Result<double> parseDelay(std::string_view text)
+{
+    double seconds = 0;
+    if (!parseWhole(text, seconds) || !(seconds >= 0 && seconds <= kLongestSeconds))
+        return Problem{"a time is a number of seconds from 0, as 2.5, not " + quoted(text)};
+    return seconds;
+}
+
+Result<std::string> parseName(std::string_view text)
+{
+    if (text.empty()) return Problem{"the name is empty"};
+    return std::string(text);
+}
+
 Result<Packing> parsePacking(std::string_view text)
 {
     const auto isSame = [](char a, char b) {

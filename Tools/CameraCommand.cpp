@@ -1,4 +1,5 @@
 #include "Stub/Stub.h"
+#include "Tools/Arguments.h"
 #include "Tools/Commands.h"
 #include "Tools/ProgramPaths.h"
 #include "Tools/Reporter.h"
@@ -34,8 +35,11 @@ void addCameraCommand(CLI::App& app, int& exitCode)
 {
     auto options = std::make_shared<CameraOptions>();
     CLI::App* command = app.add_subcommand("camera", "Be the camera, until Ctrl-C");
-    command->add_option("--bundle", options->bundlePath,
-                        "The camera's bundle folder; default: the one beside pavo");
+    command
+        ->add_option("--bundle", options->bundlePath,
+                     "The camera's bundle folder; default: the one beside pavo")
+        ->check(checkedBy(parseName))
+        ->type_name("FOLDER");
     command->add_flag("--json", options->isJson, "Say on standard output, as JSON, when the camera is up");
     command->footer(
         "The camera is a node of PipeWire. Without a PipeWire daemon it serves one of its own, named\n"

@@ -261,10 +261,10 @@ void CameraViewer::reportStatistics()
     std::array<char, 256> text{};
     std::snprintf(
         text.data(), text.size(),
-        "%zu frames, %.2f per second; between frames: median %.1f ms, 99 %% within %.1f ms, longest "
+        "%zu frame%s, %.2f per second; between frames: median %.1f ms, 99 %% within %.1f ms, longest "
         "%.1f ms; %llu missing.",
-        summary.frames, summary.framesPerSecond, summary.medianMs, summary.percentile99Ms, summary.longestMs,
-        static_cast<unsigned long long>(framesMissing_));
+        summary.frames, summary.frames == 1 ? "" : "s", summary.framesPerSecond, summary.medianMs,
+        summary.percentile99Ms, summary.longestMs, static_cast<unsigned long long>(framesMissing_));
     reporter_.say(text.data());
     if (notesDropped_ > 0)
         reporter_.say(std::to_string(notesDropped_) + " frames were left out because writing was too slow.");

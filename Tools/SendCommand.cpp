@@ -90,16 +90,6 @@ int send(const SendOptions& options)
     return sender.run(options.frames) ? 0 : kFailure;
 }
 
-// Makes a parser of ours the check of an option.
-template <typename Parse>
-auto checkedBy(Parse parse)
-{
-    return [parse](const std::string& text) {
-        const auto result = parse(text);
-        return result ? std::string() : result.problem().text;
-    };
-}
-
 }  // namespace
 
 void addSendCommand(CLI::App& app, int& exitCode)
@@ -107,15 +97,25 @@ void addSendCommand(CLI::App& app, int& exitCode)
     auto options = std::make_shared<SendOptions>();
     CLI::App* command = app.add_subcommand("send", "Be a producer: send pictures to the camera");
     command->add_option("input", options->input, "- for video on standard input; default: a test pattern");
-    command->add_option("--png", options->pngPath, "Send this picture, again and again");
-    command->add_option("--size", options->size, "WIDTHxHEIGHT of the test pattern or of raw video")
-        ->check(checkedBy(parseSize));
+    command->add_option("--png", options->pngPath, "Send this picture, again and again")
+        ->check(checkedBy(parseName))
+        ->type_name("FILE");
+    command
+        ->add_option("--size", options->size,
+                     "WIDTHxHEIGHT of the test pattern or of raw video; default: 1920x1080")
+        ->check(checkedBy(parseSize))
+        ->type_name("SIZE");
     command->add_option("--format", options->packing, "Of raw video: UYVY, YUY2, NV12, I420 or BGRA")
-        ->check(checkedBy(parsePacking));
-    command->add_option("--fps", options->rate, "Frames per second; default: what the input says, or 60")
-        ->check(checkedBy(parseRate));
+        ->check(checkedBy(parsePacking))
+        ->type_name("FORMAT");
+    command
+        ->add_option("--fps", options->rate,
+                     "Frames per second, as 29.97 or 30000/1001; default: what the input says, or 60")
+        ->check(checkedBy(parseRate))
+        ->type_name("RATE");
     command->add_option("--frames", options->frames, "End after so many frames, sent or not")
-        ->check(CLI::PositiveNumber);
+        ->check(checkedBy(parseCount))
+        ->type_name("COUNT");
     command->add_flag("--json", options->isJson,
                       "Say what happens on standard output, one JSON object a line");
     command->footer(

@@ -2,8 +2,12 @@
 #include "Tools/CameraViewer.h"
 #include "Tools/Commands.h"
 
+#include <algorithm>
+#include <cctype>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 
 namespace pavo::tools {
 namespace {
@@ -16,9 +20,16 @@ struct ViewArguments {
     bool isJson = false;
 };
 
-constexpr std::array kFormatNames = {"YUY2", "UYVY", "NV12", "BGRx"};
-constexpr std::array kFormats = {CameraFormat::yuy2, CameraFormat::uyvy, CameraFormat::nv12,
-                                 CameraFormat::bgrx};
+// In any case of letters.
+std::optional<CameraFormat> formatNamed(std::string_view name)
+{
+    const auto isSame = [](char a, char b) {
+        return std::toupper(static_cast<unsigned char>(a)) == std::toupper(static_cast<unsigned char>(b));
+    };
+    for (const auto format : {CameraFormat::yuy2, CameraFormat::uyvy, CameraFormat::nv12, CameraFormat::bgrx})
+        if (std::ranges::equal(name, nameOf(format), isSame)) return format;
+    return std::nullopt;
+}
 
 // What does not go together on the command line; empty where all is well.
 std::string conflictIn(const ViewArguments& arguments)
@@ -44,8 +55,7 @@ int view(const ViewArguments& arguments)
     ViewerOptions options = arguments.viewer;
     options.isY4M = !arguments.y4mPath.empty();
     options.videoPath = options.isY4M ? arguments.y4mPath : arguments.rawPath;
-    for (std::size_t i = 0; i < kFormats.size(); ++i)
-        if (arguments.format == kFormatNames[i]) options.format = kFormats[i];
+    options.format = formatNamed(arguments.format);
     const StopSignal stop;
     CameraViewer viewer(options, reporter, stop);
     return viewer.run() ? 0 : kFailure;
@@ -58,31 +68,54 @@ void addViewCommand(CLI::App& app, int& exitCode)
     auto arguments = std::make_shared<ViewArguments>();
     ViewerOptions& viewer = arguments->viewer;
     CLI::App* command = app.add_subcommand("view", "Be a client: watch the camera");
-    command->add_option("--snapshot", viewer.snapshotPath, "Write one picture to this PNG file, and end");
-    command->add_option("--after", viewer.afterSeconds, "Seconds from the first frame to the snapshot")
-        ->check(CLI::NonNegativeNumber);
+    command->add_option("--snapshot", viewer.snapshotPath, "Write one picture to this PNG file, and end")
+        ->check(checkedBy(parseName))
+        ->type_name("FILE");
+    command->add_option("--after", viewer.afterSeconds, "From the first frame to the snapshot; default: 0")
+        ->check(checkedBy(parseDelay))
+        ->type_name("SECONDS");
     command->add_option("--every", viewer.everySeconds, "Write a picture every so many seconds")
-        ->check(CLI::PositiveNumber);
+        ->check(checkedBy(parseDuration))
+        ->type_name("SECONDS");
     command->add_option("--out", viewer.picturePattern, "Their file names, as shot-%04d.png")
         ->check([](const std::string& text) {
             const auto name = numberedName(text, 0);
             return name ? std::string() : name.problem().text;
-        });
-    command->add_option("--raw", arguments->rawPath,
-                        "Write the frames' bytes to this file, or - for standard output");
-    command->add_option("--y4m", arguments->y4mPath, "The same as YUV4MPEG2");
+        })
+        ->type_name("FILES");
+    command
+        ->add_option("--raw", arguments->rawPath,
+                     "Write the frames' bytes to this file, or - for standard output")
+        ->check(checkedBy(parseName))
+        ->type_name("FILE");
+    command->add_option("--y4m", arguments->y4mPath, "The same as YUV4MPEG2")
+        ->check(checkedBy(parseName))
+        ->type_name("FILE");
     command
         ->add_option("--format", arguments->format,
                      "Ask for YUY2, UYVY, NV12 or BGRx; default: the camera's choice")
-        ->transform(CLI::IsMember(std::vector<std::string>(kFormatNames.begin(), kFormatNames.end()),
-                                  CLI::ignore_case));
-    command->add_option("--frames", viewer.frames, "End after so many frames")->check(CLI::PositiveNumber);
-    command->add_option("--seconds", viewer.seconds, "End after so many seconds")->check(CLI::PositiveNumber);
-    command->add_option("--wait", viewer.waitSeconds, "Seconds to wait for the camera; default: 5")
-        ->check(CLI::NonNegativeNumber);
-    command->add_option("--camera", viewer.cameraName, "The camera's node.name; default: pavo-camera");
-    command->add_option("--remote", viewer.remoteName,
-                        "The PipeWire to ask; default: as PIPEWIRE_REMOTE says");
+        ->check([](const std::string& text) {
+            return formatNamed(text) ? std::string()
+                                     : "a format is YUY2, UYVY, NV12 or BGRx, not '" + text + "'";
+        })
+        ->type_name("FORMAT");
+    command->add_option("--frames", viewer.frames, "End after so many frames")
+        ->check(checkedBy(parseCount))
+        ->type_name("COUNT");
+    command->add_option("--seconds", viewer.seconds, "End after so many seconds")
+        ->check(checkedBy(parseDuration))
+        ->type_name("SECONDS");
+    command->add_option("--wait", viewer.waitSeconds, "For the camera to appear; default: 5")
+        ->check(checkedBy(parseDelay))
+        ->type_name("SECONDS");
+    command->add_option("--camera", viewer.cameraName, "The camera's node.name; default: pavo-camera")
+        ->check(checkedBy(parseName))
+        ->type_name("NAME");
+    command
+        ->add_option("--remote", viewer.remoteName,
+                     "The PipeWire to ask, as pavo-0; default: as PIPEWIRE_REMOTE says")
+        ->check(checkedBy(parseName))
+        ->type_name("NAME");
     command->add_flag("--json", arguments->isJson,
                       "Say what happens on standard output, one JSON object a line");
     command->add_flag("--trace", viewer.tracesFrames,

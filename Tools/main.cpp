@@ -1,5 +1,29 @@
 #include "Tools/Commands.h"
 
+#include <cstdio>
+#include <string>
+
+namespace pavo::tools {
+namespace {
+
+// One line: what is wrong, and where to read on. `word` is the first one on the command line, if any.
+int reportMistake(const CLI::App& app, const CLI::ParseError& error, const std::string& word)
+{
+    std::string command = app.get_name();
+    for (const auto* subcommand : app.get_subcommands())
+        command += " " + subcommand->get_name();
+    std::string mistake = error.what();
+    if (app.get_subcommands().empty())
+        mistake = (word.empty() ? "a command is missing" : "there is no command '" + word + "'") +
+                  ": camera, send, view or demo";
+    std::fprintf(stderr, "%s: %s (\"%s --help\" says more)\n", command.c_str(), mistake.c_str(),
+                 command.c_str());
+    return kWrongUsage;
+}
+
+}  // namespace
+}  // namespace pavo::tools
+
 int main(int argc, char** argv)
 {
     using namespace pavo::tools;
@@ -16,8 +40,9 @@ int main(int argc, char** argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        // The parser has one exit code for each mistake; whoever calls us needs to know that it was one.
-        return app.exit(error) == 0 ? 0 : kWrongUsage;
+        // Asking for help is no mistake.
+        if (error.get_exit_code() == 0) return app.exit(error);
+        return reportMistake(app, error, argc > 1 ? argv[1] : "");
     }
     return exitCode;
 }
