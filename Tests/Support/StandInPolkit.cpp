@@ -123,6 +123,15 @@ BusService::Outcome StandInPolkit::check(sd_bus_message* call)
     case Answer::anotherType:
         sd_bus_reply_method_return(call, "b", 1);
         break;
+    case Answer::whenAskedAgain:
+        if (!held_) {
+            held_.reset(sd_bus_message_ref(call));
+            break;
+        }
+        sd_bus_reply_method_return(held_.get(), "(bba{ss})", 1, 0, 0);
+        sd_bus_reply_method_return(call, "(bba{ss})", 1, 0, 0);
+        held_.reset();
+        break;
     case Answer::nothing:
         break;
     case Answer::die:

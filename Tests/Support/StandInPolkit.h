@@ -31,6 +31,7 @@ public:
         mayNotAsk,       // the caller is not to ask
         cancelled,       // somebody took the question back
         anotherType,     // well-formed, and no answer to this question
+        whenAskedAgain,  // granted together with the next question
         nothing,         // still waiting for the person
         die,             // gone in the middle of it
     };
@@ -52,6 +53,7 @@ private:
     std::vector<Question> questions_;
     std::vector<std::string> cancellations_;
     std::vector<std::string> revocations_;
+    BusMessage held_;     // the question that waits for the next one
     BusService service_;  // last: its thread uses all of the above
 };
 

@@ -194,6 +194,19 @@ TEST_F(Authorization, ABusThatDiesWhileThePersonThinksIsAnInternalFailure)
     killer.join();
 }
 
+TEST_F(Authorization, ASlowAnswerIsWaitedForAndHoldsNobodyElseUp)
+{
+    startPolkit(Answer::whenAskedAgain);
+    OSStatus first = errAuthorizationInternal;
+    std::thread asker([this, &first] { first = copyRights(kAsk); });
+    EXPECT_TRUE(
+        pavo::test::waitFor([this] { return polkit_->questions().size() == 1; }, std::chrono::seconds(20)));
+    EXPECT_FALSE(isInHand()) << "the answer is still to come";
+    EXPECT_EQ(copyRights(kAsk), errAuthorizationSuccess);
+    asker.join();
+    EXPECT_EQ(first, errAuthorizationSuccess);
+}
+
 TEST_F(Authorization, APersonMayTakeTenMinutes)
 {
     startPolkit(Answer::grant);
