@@ -141,7 +141,8 @@ void revokeTemporaryAuthorization(const std::string& identifier)
                                error.get(), nullptr, "s", identifier.c_str());
     // It runs out by itself in some minutes; nobody can do more about it.
     if (result < 0)
-        os_log_printf(log(), OS_LOG_TYPE_ERROR, "Cannot give an authorization back: %s", textOf(result));
+        os_log_printf(log(), OS_LOG_TYPE_ERROR, "Cannot give an authorization back: %s",
+                      bus ? error.text() : textOf(result));
 }
 
 }  // namespace pavo::security
