@@ -123,7 +123,8 @@ FrameOutcome FrameSender::step()
         return leaveOut(leftOutUnwatched_);
     }
     const std::uint64_t generation = link_->generation();
-    if (!pool_ || std::exchange(poolGeneration_, generation) != generation) {
+    const bool isNewCamera = std::exchange(poolGeneration_, generation) != generation;
+    if (!pool_ || isNewCamera) {
         // A camera that died has taken its claims on the old surfaces with it, unreturned.
         underWay_.clear();
         pool_ = SurfacePool::create(source_.format());
