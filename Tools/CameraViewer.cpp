@@ -64,6 +64,7 @@ void CameraViewer::arrived(const CameraFrame& frame)
     if (!isWhole(frame)) return;
     Note note;
     note.arrivalNs = frame.arrivalNs;
+    note.presentationTimeNs = frame.presentationTimeNs;
     note.sequence = frame.sequence;
     if (options_.tracesFrames) note.counter = counterOf(frame);
     {
@@ -142,8 +143,10 @@ bool CameraViewer::handle(const Note& note)
                         {"format", nameOf(frame.format)}});
     }
     if (options_.tracesFrames) {
-        nlohmann::json event = {
-            {"event", "frame"}, {"arrivalNs", note.arrivalNs}, {"sequence", note.sequence}};
+        nlohmann::json event = {{"event", "frame"},
+                                {"arrivalNs", note.arrivalNs},
+                                {"presentationTimeNs", note.presentationTimeNs},
+                                {"sequence", note.sequence}};
         event["counter"] = note.counter ? nlohmann::json(*note.counter) : nlohmann::json();
         if (!reporter_.emit(event)) return false;
     }

@@ -50,6 +50,7 @@ private:
     // What the data thread leaves for ours.
     struct Note {
         std::int64_t arrivalNs = 0;
+        std::int64_t presentationTimeNs = 0;
         std::uint64_t sequence = 0;
         std::optional<std::uint32_t> counter;
         std::shared_ptr<const KeptFrame> frame;  // where somebody wants its pixels

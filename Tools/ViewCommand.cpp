@@ -119,7 +119,7 @@ void addViewCommand(CLI::App& app, int& exitCode)
     command->add_flag("--json", arguments->isJson,
                       "Say what happens on standard output, one JSON object a line");
     command->add_flag("--trace", viewer.tracesFrames,
-                      "With --json: say when each frame came, and its test counter");
+                      "With --json: say when each frame was sent and came, and its test counter");
     command->footer(
         "Ends with the number of frames, their rate, and the gaps between them. Without an end on the\n"
         "command line it watches until Ctrl-C. Examples:\n"
