@@ -1,0 +1,75 @@
+#include "Tests/Support/ProcessFacts.h"
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <system_error>
+
+namespace pavo::test {
+
+namespace {
+
+std::string folderOf(pid_t process)
+{
+    return "/proc/" + std::to_string(process);
+}
+
+std::uint64_t switchesOf(const std::filesystem::path& task)
+{
+    std::ifstream status(task / "status");
+    const std::string key = "voluntary_ctxt_switches:";
+    for (std::string line; std::getline(status, line);)
+        if (line.starts_with(key)) return std::stoull(line.substr(key.size()));
+    return 0;
+}
+
+}  // namespace
+
+std::size_t openDescriptorCount(pid_t process)
+{
+    std::error_code error;
+    const std::filesystem::directory_iterator files(folderOf(process) + "/fd", error);
+    return error ? 0 : static_cast<std::size_t>(std::distance(files, {}));
+}
+
+std::map<std::string, std::uint64_t> mappingsOf(pid_t process, const std::string& part)
+{
+    std::map<std::string, std::uint64_t> mappings;
+    std::ifstream maps(folderOf(process) + "/maps");
+    for (std::string line; std::getline(maps, line);) {
+        if (line.find(part) == std::string::npos) continue;
+        std::istringstream words(line);
+        std::string range, access, offset, device;
+        std::uint64_t inode = 0;
+        words >> range >> access >> offset >> device >> inode;
+        mappings.emplace(range, inode);
+    }
+    return mappings;
+}
+
+std::uint64_t processorTicks(pid_t process)
+{
+    std::string line;
+    std::getline(std::ifstream(folderOf(process) + "/stat") >> std::ws, line);
+    // The name may hold anything, so fields are counted from its closing bracket: the first of them is the
+    // third of all, the times are the fourteenth and fifteenth.
+    std::istringstream words(line.substr(line.rfind(')') + 1));
+    std::string skipped;
+    for (int field = 3; field < 14; ++field)
+        words >> skipped;
+    std::uint64_t user = 0, system = 0;
+    words >> user >> system;
+    return user + system;
+}
+
+std::map<pid_t, std::uint64_t> voluntarySwitches(pid_t process)
+{
+    std::map<pid_t, std::uint64_t> switches;
+    std::error_code error;
+    for (const auto& task : std::filesystem::directory_iterator(folderOf(process) + "/task", error))
+        switches.emplace(std::stoi(task.path().filename().string()), switchesOf(task.path()));
+    return switches;
+}
+
+}  // namespace pavo::test

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+
+// What the kernel knows of another process.
+namespace pavo::test {
+
+std::size_t openDescriptorCount(pid_t process);
+
+// Where files whose path contains `part` are mapped: address range to inode.
+std::map<std::string, std::uint64_t> mappingsOf(pid_t process, const std::string& part);
+
+// Processor time that it has used, in user mode and in the kernel, in parts of a second as the kernel counts
+// them (1 / sysconf(_SC_CLK_TCK)).
+std::uint64_t processorTicks(pid_t process);
+
+// How often each of its threads has gone to sleep by itself, which is how often it was woken. By thread id.
+std::map<pid_t, std::uint64_t> voluntarySwitches(pid_t process);
+
+}  // namespace pavo::test
