@@ -1,0 +1,159 @@
+// What the camera takes from the machine: nothing while it is idle, and of everything else no more than once.
+
+#include "Tests/EndToEnd/WholeCamera.h"
+#include "Tests/Support/ChildProcess.h"
+#include "Tests/Support/ProcessFacts.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <map>
+#include <set>
+
+namespace pavo::test {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using Mappings = std::map<std::string, std::uint64_t>;
+using Switches = std::map<pid_t, std::uint64_t>;
+
+// The sanitizer has a thread of its own in each process, which wakes ten times a second. 60 a second would be
+// the placeholder's timer.
+#ifdef __SANITIZE_THREAD__
+constexpr std::uint64_t kForeignWakeUpsPerSecond = 12;
+#else
+constexpr std::uint64_t kForeignWakeUpsPerSecond = 0;
+#endif
+
+// Of threads that are there at the end: one that has come meanwhile counts from its beginning.
+std::uint64_t wakeUpsBetween(const Switches& before, const Switches& after)
+{
+    std::uint64_t count = 0;
+    for (const auto& [thread, switches] : after) {
+        const auto known = before.find(thread);
+        count += switches - (known == before.end() ? 0 : known->second);
+    }
+    return count;
+}
+
+class CameraResources : public WholeCamera {
+protected:
+    Mappings surfaces() { return mappingsOf(camera().pid(), "/memfd:pavo-surface"); }
+
+    // A second has passed without a wake-up that is ours.
+    bool waitUntilQuiet()
+    {
+        auto last = voluntarySwitches(camera().pid());
+        auto since = Clock::now();
+        return eventually([&] {
+            const bool isSecondOver = Clock::now() - since >= std::chrono::seconds(1);
+            const auto now = voluntarySwitches(camera().pid());
+            if (wakeUpsBetween(last, now) > kForeignWakeUpsPerSecond) {
+                last = now;
+                since = Clock::now();
+                return false;
+            }
+            return isSecondOver;
+        });
+    }
+};
+
+std::set<std::uint64_t> inodesOf(const Mappings& mappings)
+{
+    std::set<std::uint64_t> inodes;
+    for (const auto& [range, inode] : mappings)
+        inodes.insert(inode);
+    return inodes;
+}
+
+TEST_F(CameraResources, UsesNoTimeWhileNobodyWatches)
+{
+    // A client has come and gone, and a producer waits: everything has run once.
+    PavoProcess client = watch();
+    ASSERT_TRUE(seesPlaceholder(client));
+    PavoProcess producer = produce();
+    ASSERT_TRUE(seesProducer(client));
+    const pid_t clientProcess = client.pid();
+    EXPECT_EQ(client.end(SIGTERM), 0);
+    ASSERT_TRUE(waitForRemoved(clientProcess));
+    ASSERT_TRUE(waitUntilQuiet());
+
+    constexpr std::chrono::seconds kWhile(10);
+    const auto log = camera().log().size();
+    const auto ticks = processorTicks(camera().pid());
+    const auto switches = voluntarySwitches(camera().pid());
+    const auto end = Clock::now() + kWhile;
+    ASSERT_TRUE(eventually([end] { return Clock::now() >= end; }));
+    constexpr double kLimit = 0.001;
+    EXPECT_LT(static_cast<double>(processorTicks(camera().pid()) - ticks),
+              kLimit * static_cast<double>(kWhile.count() * ::sysconf(_SC_CLK_TCK)));
+    EXPECT_LE(wakeUpsBetween(switches, voluntarySwitches(camera().pid())),
+              kForeignWakeUpsPerSecond * kWhile.count());
+    EXPECT_EQ(camera().log().size(), log);
+    EXPECT_TRUE(camera().isRunning());
+}
+
+TEST_F(CameraResources, RendersThePlaceholderOnce)
+{
+    for (int round = 0; round < 3; ++round) {
+        PavoProcess client = watch();
+        ASSERT_TRUE(seesPlaceholder(client, 30));
+        PavoProcess producer = produce();
+        ASSERT_TRUE(seesProducer(client));
+        producer.end(SIGKILL);
+        ASSERT_TRUE(seesPlaceholder(client, 10));
+    }
+    EXPECT_EQ(camera().countOf("Generating default frame for size: (1920.0, 1080.0)"), 1U);
+    EXPECT_EQ(camera().countWith("Generating default frame"), 1U);
+}
+
+TEST_F(CameraResources, MapsEachSurfaceOfTheProducerOnceAndCopiesNone)
+{
+    PavoProcess client = watch();
+    ASSERT_TRUE(seesPlaceholder(client));
+    const auto placeholder = surfaces();
+    EXPECT_EQ(placeholder.size(), 1U);
+    PavoProcess producer = produce();
+    // By then the producer has made all the surfaces of its ring that it needs.
+    ASSERT_TRUE(seesProducer(client, 120));
+    const auto mapped = surfaces();
+    const auto descriptors = openDescriptorCount(camera().pid());
+    ASSERT_TRUE(seesProducer(client, 300));
+    // The same surfaces at the same addresses: none was mapped again.
+    EXPECT_EQ(surfaces(), mapped);
+    EXPECT_EQ(openDescriptorCount(camera().pid()), descriptors);
+    // And they are the producer's own memory, not the camera's.
+    auto expected = inodesOf(mappingsOf(producer.pid(), "/memfd:pavo-surface"));
+    EXPECT_GT(expected.size(), 1U);
+    expected.merge(inodesOf(placeholder));
+    EXPECT_EQ(inodesOf(mapped), expected);
+    EXPECT_EQ(mapped.size(), expected.size());
+}
+
+TEST_F(CameraResources, KeepsNothingOfThirtyProducers)
+{
+    PavoProcess client = watch();
+    ASSERT_TRUE(seesPlaceholder(client));
+    std::size_t descriptors = 0;
+    Mappings mapped;
+    for (std::size_t round = 1; round <= 31; ++round) {
+        PavoProcess producer = produce();
+        ASSERT_TRUE(seesProducer(client, 2));
+        producer.end(SIGKILL);
+        ASSERT_TRUE(waitForLosses(round));
+        if (round > 1) continue;
+        // The first one opens what the camera keeps.
+        ASSERT_TRUE(seesPlaceholder(client));
+        ASSERT_TRUE(eventually([this] { return surfaces().size() == 1; }));
+        mapped = surfaces();
+        descriptors = openDescriptorCount(camera().pid());
+    }
+    ASSERT_TRUE(seesPlaceholder(client));
+    EXPECT_TRUE(eventually([&] { return surfaces() == mapped; }));
+    EXPECT_TRUE(eventually([&] { return openDescriptorCount(camera().pid()) == descriptors; }))
+        << openDescriptorCount(camera().pid()) << " descriptors, not " << descriptors;
+}
+
+}  // namespace
+}  // namespace pavo::test
