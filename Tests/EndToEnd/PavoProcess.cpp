@@ -11,9 +11,9 @@ namespace pavo::test {
 
 namespace {
 
-std::vector<std::string> commandLine(std::vector<std::string> arguments)
+std::vector<std::string> commandLine(std::vector<std::string> arguments, const std::string& program)
 {
-    arguments.insert(arguments.begin(), pavoProgram());
+    arguments.insert(arguments.begin(), program);
     arguments.emplace_back("--json");
     return arguments;
 }
@@ -26,8 +26,8 @@ const std::string& pavoProgram()
     return path;
 }
 
-PavoProcess::PavoProcess(std::vector<std::string> arguments)
-    : process_(commandLine(std::move(arguments)), folder_.path() + "/output"),
+PavoProcess::PavoProcess(std::vector<std::string> arguments, const std::string& program)
+    : process_(commandLine(std::move(arguments), program), folder_.path() + "/output"),
       output_(folder_.path() + "/output", std::ios::binary)
 {}
 

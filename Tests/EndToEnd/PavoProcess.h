@@ -19,13 +19,17 @@ struct ViewedFrame {
     std::optional<std::uint32_t> counter;  // of the test pattern; the placeholder has none
 };
 
-// A `pavo` command that runs with --json beside the test. What it writes is read as it comes.
+// The program under test.
+const std::string& pavoProgram();
+
+// A `pavo` command that runs with --json beside the test, or a program that reports like one. What it writes is
+// read as it comes.
 //
 // Threads: for one thread, the test's own.
 class PavoProcess {
 public:
     // `arguments` without the program and without --json.
-    explicit PavoProcess(std::vector<std::string> arguments);
+    explicit PavoProcess(std::vector<std::string> arguments, const std::string& program = pavoProgram());
 
     pid_t pid() const { return process_.pid(); }
     bool isRunning() { return process_.isRunning(); }
@@ -54,8 +58,5 @@ private:
     std::vector<ViewedFrame> frames_;
     std::vector<std::string> texts_;
 };
-
-// The program under test.
-const std::string& pavoProgram();
 
 }  // namespace pavo::test

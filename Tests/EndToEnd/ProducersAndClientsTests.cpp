@@ -43,6 +43,12 @@ protected:
     }
 };
 
+// A producer that tells word for word what it hears.
+PavoProcess attentiveProducer()
+{
+    return PavoProcess({}, PAVO_TEST_PRODUCER);
+}
+
 // The other kinds of clients: one that takes the camera's second format, and an application of others.
 ChildProcess testClient()
 {
@@ -58,7 +64,7 @@ ChildProcess gStreamer()
 TEST_P(CameraOnEitherServer, SubscribesForTheFirstClientAndUnsubscribesAfterTheLast)
 {
     if (!isOnPath("gst-launch-1.0")) GTEST_SKIP() << "gst-launch-1.0 is not installed";
-    PavoProcess producer = produce();
+    PavoProcess producer = attentiveProducer();
     Story story = {"connected " + std::to_string(camera().pid()), "unsubscribed"};
     expectStory(producer, story);
 
@@ -137,7 +143,7 @@ TEST_F(ProducersAndClients, ReportsEveryClientAgainToANewProducerOnItsFirstFrame
     const Story both = {added(first.pid()), added(second.pid())};
     const Story bothTheOtherWay = {added(second.pid()), added(first.pid())};
     for (std::size_t round = 1; round <= 2; ++round) {
-        PavoProcess producer = produce();
+        PavoProcess producer = attentiveProducer();
         ASSERT_TRUE(seesProducer(first, 30));
         EXPECT_THAT(producer.story(), testing::AnyOf(beginning(both), beginning(bothTheOtherWay)));
         EXPECT_EQ(camera().countWith("Sending existing subconsumers"), round);
@@ -152,14 +158,14 @@ TEST_F(ProducersAndClients, TellsTheSecondProducerOnlyOfWhatComes)
 {
     PavoProcess client = watch();
     ASSERT_TRUE(seesPlaceholder(client));
-    PavoProcess first = produce();
+    PavoProcess first = attentiveProducer();
     ASSERT_TRUE(seesProducer(client));
     const Story firstStory = beginning({added(client.pid())});
     expectStory(first, firstStory);
 
     // It takes the first one's place, but not its frames: the camera gets those already, so no frame of the
     // second is a first one that would be answered with the clients.
-    PavoProcess second = produce();
+    PavoProcess second = attentiveProducer();
     Story secondStory = beginning();
     expectStory(second, secondStory);
     ChildProcess late = testClient();
@@ -182,9 +188,9 @@ TEST_F(ProducersAndClients, ForgetsTheCurrentProducerWhenTheOneThatItReplacedIsL
 {
     PavoProcess client = watch();
     ASSERT_TRUE(seesPlaceholder(client));
-    PavoProcess first = produce();
+    PavoProcess first = attentiveProducer();
     ASSERT_TRUE(seesProducer(client));
-    PavoProcess second = produce();
+    PavoProcess second = attentiveProducer();
     expectStory(second, beginning());
     first.end(SIGKILL);
     ASSERT_TRUE(waitForLosses(1));
@@ -194,7 +200,7 @@ TEST_F(ProducersAndClients, ForgetsTheCurrentProducerWhenTheOneThatItReplacedIsL
 
     ChildProcess late = testClient();
     ASSERT_TRUE(waitForAdded(late.pid()));
-    PavoProcess third = produce();
+    PavoProcess third = attentiveProducer();
     expectStory(third, beginning());
     const Story thirdStory = beginning({removed(late.pid())});
     late.end(SIGKILL);
@@ -206,11 +212,11 @@ TEST_F(ProducersAndClients, ForgetsTheCurrentProducerWhenItIsLostAndDoesNotGoBac
 {
     PavoProcess client = watch();
     ASSERT_TRUE(seesPlaceholder(client));
-    PavoProcess first = produce();
+    PavoProcess first = attentiveProducer();
     ASSERT_TRUE(seesProducer(client));
     const Story firstStory = beginning({added(client.pid())});
     expectStory(first, firstStory);
-    PavoProcess second = produce();
+    PavoProcess second = attentiveProducer();
     expectStory(second, beginning());
     second.end(SIGKILL);
     ASSERT_TRUE(waitForLosses(1));
@@ -219,7 +225,7 @@ TEST_F(ProducersAndClients, ForgetsTheCurrentProducerWhenItIsLostAndDoesNotGoBac
 
     ChildProcess late = testClient();
     ASSERT_TRUE(waitForAdded(late.pid()));
-    PavoProcess third = produce();
+    PavoProcess third = attentiveProducer();
     expectStory(third, beginning());
     EXPECT_EQ(first.story(), firstStory);
 }
