@@ -22,8 +22,8 @@ struct ViewedFrame {
 // The program under test.
 const std::string& pavoProgram();
 
-// A `pavo` command that runs with --json beside the test, or a program that reports like one. What it writes is
-// read as it comes.
+// A `pavo` command that runs with --json beside the test, or a program that reports like one. What it writes
+// is read as it comes.
 //
 // Threads: for one thread, the test's own.
 class PavoProcess {

@@ -1,6 +1,6 @@
 // A producer in a process of its own that reports each message of the camera as it comes, in the words of
-// `pavo send --json`, which sums up for people: here a message that comes twice is reported twice. Sends the test
-// pattern, 60 frames a second, while the camera wants it, until SIGTERM.
+// `pavo send --json`, which leaves out what it has said already: here a message that comes twice is reported
+// twice. Sends the test pattern, 60 frames a second, while the camera wants it, until SIGTERM.
 
 #include "Tools/CameraLink.h"
 #include "Tools/Reporter.h"
