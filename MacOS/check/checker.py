@@ -1,4 +1,6 @@
-"""Compares a built bundle with the contract, in both directions."""
+"""Compares built bundles with the contract, in both directions."""
+import fnmatch
+import hashlib
 import pathlib
 import plistlib
 import re
@@ -9,9 +11,10 @@ from machofile import MachOError, read_slices
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
 from linkstubs import read_tables  # noqa: E402
 
-# Which of a runtime's helpers are called is the compiler's choice, so their tables may list more than is used.
+# Which of a runtime's functions are called is the compiler's choice, so their tables may list more than is used.
 COMPILER_LIBRARIES = {"libSystem", "libc++", "libobjc"}
 MACOS = 1
+SLOT_INFORMATION, SLOT_RESOURCES = 1, 3
 
 
 def plain_name(name):
@@ -19,134 +22,188 @@ def plain_name(name):
     match = re.fullmatch(r"_TtP(\d+)(.*)_", name)
     if not match:
         return name
-    module = match[2][:int(match[1])]
-    rest = re.fullmatch(r"(\d+)(.*)", match[2][len(module):])
-    if not rest or len(rest[2]) != int(rest[1]):
-        return name
-    return f"{module}.{rest[2]}"
+    module, rest = match[2][:int(match[1])], match[2][int(match[1]):]
+    inner = re.fullmatch(r"(\d+)(.*)", rest)
+    return f"{module}.{inner[2]}" if inner and len(inner[2]) == int(inner[1]) else name
 
 
 class Report:
-    """The differences found, each a sentence that says where."""
+    """The differences found, each a line that says where."""
 
     def __init__(self):
         self.problems = []
 
+    def add(self, problem):
+        self.problems.append(problem)
+
     def equal(self, where, wanted, found):
         if wanted != found:
-            self.problems.append(f"{where}: {found!r}, must be {wanted!r}")
+            self.add(f"{where}: {found!r}, must be {wanted!r}")
 
     def same_names(self, where, wanted, found):
-        """Compares two sets of names; returns those in both."""
-        wanted, found = list(wanted), list(found)
-        self.problems += [f"{where}: {name} is missing" for name in wanted if name not in found]
-        self.problems += [f"{where}: {name} is not in the contract" for name in found if name not in wanted]
+        """Compares two collections of names; returns those in both."""
+        for name in wanted:
+            if name not in found:
+                self.add(f"{where}: {name} is missing")
+        for name in found:
+            if name not in wanted:
+                self.add(f"{where}: {name} is not in the contract")
         return [name for name in wanted if name in found]
 
 
 class ImageCheck:
     """One architecture of one module."""
 
-    def __init__(self, report, module, image, owners, bools):
-        self.report, self.module, self.image, self.owners = report, module, image, owners
-        self.bool = bools[image.architecture]
-        self.where = f"{module['path'].rsplit('/')[-1]} ({image.architecture})"
+    def __init__(self, report, contract, module, image):
+        self.report, self.contract, self.module, self.image = report, contract, module, image
+        self.where = f"{pathlib.Path(module['executable']).name} ({image.architecture})"
 
-    def run(self, minimum_version):
-        image, module, report = self.image, self.module, self.report
+    def run(self, owners):
+        image, module = self.image, self.module
         for what, wanted, found in (
                 ("file type", module["file_type"], image.file_type), ("platform", MACOS, image.platform),
-                ("minimum version", minimum_version, image.minimum_version),
+                ("minimum version", self.contract.MINIMUM_VERSION, image.minimum_version),
                 ("two-level names", True, image.two_level_namespace),
                 ("install name", module["install_name"], image.install_name),
                 ("run paths", module["run_paths"], image.run_paths)):
-            report.equal(f"{self.where} {what}", wanted, found)
-        report.same_names(f"{self.where} libraries", module["libraries"], image.libraries)
-        report.same_names(f"{self.where} exports", module["exports"], image.exports)
-        self.check_imports()
+            self.report.equal(f"{self.where} {what}", wanted, found)
+        self.report.same_names(f"{self.where} libraries", module["libraries"], image.libraries)
+        self.check_exports()
+        for symbol, library in image.imports.items():
+            self.report.equal(f"{self.where} library of {symbol}", owners.get(symbol), library)
         self.check_classes()
         self.check_protocols()
-        self.check_signature()
 
-    def check_imports(self):
-        for symbol, library in self.image.imports.items():
-            self.report.equal(f"{self.where} library of {symbol}", self.owners.get(symbol), library)
+    def check_exports(self):
+        patterns, found = self.module["exports"], self.image.exports
+        for pattern in patterns:
+            if not fnmatch.filter(found, pattern):
+                self.report.add(f"{self.where} exports: {pattern} is missing")
+        for symbol in found:
+            if not any(fnmatch.fnmatchcase(symbol, pattern) for pattern in patterns):
+                self.report.add(f"{self.where} exports: {symbol} is not in the contract")
 
     def check_classes(self):
-        for name in self.report.same_names(f"{self.where} classes", self.module["classes"], self.image.classes):
-            wanted, found, where = self.module["classes"][name], self.image.classes[name], f"{self.where} {name}"
+        wanted_classes = self.module["classes"]
+        for name in self.report.same_names(f"{self.where} classes", wanted_classes, self.image.classes):
+            wanted, found, where = wanted_classes[name], self.image.classes[name], f"{self.where} {name}"
             self.report.equal(f"{where} superclass", wanted["superclass"], found.superclass)
-            self.report.equal(f"{where} protocols", wanted["protocols"], [plain_name(p) for p in found.protocols])
-            self.check_methods(where, wanted["methods"], found.methods)
-            self.check_methods(f"{where} class", wanted["class_methods"], found.class_methods)
+            self.report.equal(f"{where} protocols", wanted["protocols"],
+                              [plain_name(adopted) for adopted in found.protocols])
+            own = [method for method in found.methods if method.selector not in self.contract.COMPILER_METHODS]
+            self.check_methods(where, wanted["methods"], own)
+            self.report.equal(f"{where} class methods", [], [method.selector for method in found.class_methods])
 
     def check_protocols(self):
         protocols = {plain_name(name): entry for name, entry in self.image.protocols.items()}
         for name in self.report.same_names(f"{self.where} protocols", self.module["protocols"], protocols):
             wanted, found, where = self.module["protocols"][name], protocols[name], f"{self.where} {name}"
-            self.report.equal(f"{where} adopted", wanted["adopted"], [plain_name(p) for p in found.adopted])
+            self.report.equal(f"{where} adopted", wanted["adopted"],
+                              [plain_name(adopted) for adopted in found.adopted])
             self.check_methods(where, wanted["required"], found.required)
             self.check_methods(f"{where} optional", wanted["optional"], found.optional)
-            self.report.equal(f"{where} class methods", [], found.required_class + found.optional_class)
+            self.report.equal(f"{where} class methods", [],
+                              [method.selector for method in found.required_class + found.optional_class])
+            for method in found.required + found.optional:
+                if not method.extended:
+                    self.report.add(f"{where} {method.selector}: no extended encoding")
 
     def check_methods(self, where, wanted, found):
         found = {method.selector: method for method in found}
         for selector in self.report.same_names(f"{where} methods", wanted, found):
-            method = found[selector]
-            plain, _, extended = wanted[selector].replace("{BOOL}", self.bool).partition("|")
-            self.report.equal(f"{where} {selector}", plain, method.types)
-            # Where no class is named the two encodings are the same text; the extended one may not be kept.
-            if method.extended is not None:
-                self.report.equal(f"{where} {selector} extended", extended or plain, method.extended)
-            elif extended:
-                self.report.equal(f"{where} {selector} extended", extended, None)
+            if wanted[selector] is None:
+                continue
+            types = wanted[selector].replace("{BOOL}", self.contract.BOOL[self.image.architecture])
+            plain, _, extended = types.partition("|")
+            self.report.equal(f"{where} {selector}", plain, found[selector].types)
+            if found[selector].extended:
+                self.report.equal(f"{where} {selector} extended", extended or plain, found[selector].extended)
 
-    def check_signature(self):
-        signature = self.image.signature
+
+class FolderCheck:
+    """What lies around the image of a module: its property list, its files, and its seal."""
+
+    def __init__(self, report, module, build):
+        self.report, self.module, self.where = report, module, module["folder"]
+        self.folder = build / module["folder"]
+
+    def run(self, images):
+        for name in self.module["files"]:
+            if not (self.folder / name).exists():
+                self.report.add(f"{self.where}: {name} is missing")
+        information_path = self.folder / self.module["information_path"]
+        information = plistlib.loads(information_path.read_bytes())
+        wanted = self.module["information"]
+        for key in self.report.same_names(f"{self.where} Info.plist", wanted, information):
+            self.report.equal(f"{self.where} Info.plist {key}", wanted[key], information[key])
+
+        root = self.folder / pathlib.Path(self.module["executable"]).parts[0]
+        if root.name == "Versions":
+            root = root / "A"
+        seal = root / "_CodeSignature/CodeResources"
+        sealed = {SLOT_INFORMATION: information_path, SLOT_RESOURCES: seal}
+        for image in images:
+            self.check_signature(image, sealed)
+        self.check_seal(root, plistlib.loads(seal.read_bytes())["files2"],
+                        left_out={self.folder / self.module["executable"], seal, root / "Info.plist"})
+
+    def check_signature(self, image, sealed):
+        where, signature = f"{self.where} ({image.architecture}) signature", image.signature
         if not signature:
-            self.report.problems.append(f"{self.where}: not signed")
+            self.report.add(f"{where}: there is none")
             return
-        self.report.equal(f"{self.where} signed pages match", True, signature.pages_match)
-        self.report.equal(f"{self.where} signature is ad hoc", True, signature.ad_hoc)
-        self.report.equal(f"{self.where} signed identifier", self.module["identifier"], signature.identifier)
+        self.report.equal(f"{where} of all pages", True, signature.pages_match)
+        self.report.equal(f"{where} ad hoc", True, signature.ad_hoc)
+        self.report.equal(f"{where} identifier", self.module["information"]["CFBundleIdentifier"],
+                          signature.identifier)
+        for slot, path in sealed.items():
+            if hashlib.sha256(path.read_bytes()).digest() != signature.special.get(slot):
+                self.report.add(f"{where}: {path.name} is not what was signed")
+
+    def check_seal(self, root, entries, left_out):
+        nested = {root / name for name, entry in entries.items() if "cdhash" in entry}
+        files = {path for path in root.rglob("*") if path.is_file() and path not in left_out
+                 and not any(folder in path.parents for folder in nested)}
+        self.report.same_names(f"{self.where} sealed files", sorted(entries),
+                               sorted(str(path.relative_to(root)) for path in files | nested))
+        for path in files:
+            entry = entries.get(str(path.relative_to(root)), {})
+            if entry and entry.get("hash2") != hashlib.sha256(path.read_bytes()).digest():
+                self.report.add(f"{self.where}: {path.name} is not what was sealed")
+        for folder in nested:
+            entry = entries[str(folder.relative_to(root))]
+            executables = [path for path in folder.rglob(folder.stem) if path.is_file() and not path.is_symlink()]
+            hashes = [image.signature.cdhash for path in executables for image in read_slices(path.read_bytes())]
+            wanted = " or ".join(f'cdhash H"{value.hex()}"' for value in hashes)
+            self.report.equal(f"{self.where} seal of {folder.name}", wanted, entry["requirement"])
 
 
 def check_tables(report, tables, used):
-    """What a table of a framework lists is used by some module."""
+    """What the table of a framework lists is used by some module."""
     for table in tables:
         if table.name not in COMPILER_LIBRARIES:
-            report.problems += [f"stubs/{table.name}.txt: {symbol} is not used" for symbol in table.unused(used)]
+            for name in table.unused(used):
+                report.add(f"stubs/{table.name}.txt: {name} is not used")
 
 
-def check_information(report, module, bundle):
-    path = bundle / module["information_path"]
-    with path.open("rb") as file:
-        found = plistlib.load(file)
-    for key in report.same_names(str(path.relative_to(bundle)), module["information"], found):
-        report.equal(f"{path.relative_to(bundle)} {key}", module["information"][key], found[key])
-
-
-def check_bundle(bundle, contract, table_folder):
-    """Every difference between the bundle folder and the contract; none when it is as it must be."""
-    bundle, report = pathlib.Path(bundle), Report()
+def check_build(build, contract, table_folder):
+    """Every difference between what was built and the contract; none when all is as it must be."""
+    build, report, used = pathlib.Path(build), Report(), set()
     tables = read_tables(table_folder)
     owners = {symbol: table.install_name for table in tables for symbol in table.symbols()}
-    modules = []
     for module in contract.MODULES:
         try:
-            modules.append((module, read_slices((bundle / module["path"]).read_bytes())))
-        except (OSError, MachOError) as error:
-            report.problems.append(f"{module['path']}: {error}")
-    # A module may take from another one what that one exports.
-    for module, images in modules:
-        owners |= {symbol: module["install_name"] for symbol in module["exports"] if module["install_name"]}
-    used = set()
-    for module, images in modules:
-        report.equal(f"{module['path']} architectures", contract.ARCHITECTURES,
-                     sorted(image.architecture for image in images))
-        for image in images:
-            used |= image.imports.keys()
-            ImageCheck(report, module, image, owners, contract.BOOL).run(contract.MINIMUM_VERSION)
-        check_information(report, module, bundle)
+            images = read_slices((build / module["folder"] / module["executable"]).read_bytes())
+            report.equal(f"{module['folder']} architectures", contract.ARCHITECTURES,
+                         sorted(image.architecture for image in images))
+            for image in images:
+                ImageCheck(report, contract, module, image).run(owners)
+                used |= image.imports.keys()
+                # Later modules may take what this one offers.
+                if module["install_name"]:
+                    owners |= {symbol: module["install_name"] for symbol in image.exports}
+            FolderCheck(report, module, build).run(images)
+        except (OSError, MachOError, plistlib.InvalidFileException) as error:
+            report.add(f"{module['folder']}: {error}")
     check_tables(report, tables, used)
     return report.problems

@@ -1,5 +1,5 @@
-// The camera extension's program: loads the support bundle that lies among its plug-ins, publishes the camera and
-// stays. Knows nothing of the bundle but one class name and one protocol.
+// The camera extension's program: loads the support bundle that lies among its plug-ins, publishes the camera
+// and stays. Knows nothing of the bundle but one class name and one protocol.
 #include "Bundle/mac/TWCMIOExtensionStubSupportEntryPointProtocol.h"
 
 #include <Foundation/Foundation.h>
