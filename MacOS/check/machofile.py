@@ -68,7 +68,7 @@ def read_slices(data):
                 raise MachOError("a slice reaches beyond the file")
             images.append(Image(data[offset:offset + size]))
         return images
-    except (struct.error, IndexError, ValueError, RecursionError) as error:
+    except (struct.error, LookupError, ValueError, TypeError, AttributeError, RecursionError) as error:
         raise MachOError(f"damaged: {error}") from error
 
 
@@ -234,6 +234,8 @@ class Image:
                 elif operation == 0xC0:
                     count, offset = self._uleb(offset)
                     skip, offset = self._uleb(offset)
+                if count > len(self.data):
+                    raise MachOError("more pointers than the file has room for")
                 for _ in range(count):
                     bound[address] = symbol
                     address = (address + 8 + skip) & (2**64 - 1)
