@@ -1,15 +1,19 @@
-# The two commands in front of the build. Both work on a Debian 12 with nothing installed but make.
+# The commands in front of the build. All work on a Debian 12 with nothing installed but make.
 
-.PHONY: help demo test build dependencies
+.PHONY: help demo test build macos dependencies macos-dependencies
 
 help:
 	@echo "make demo          build the camera and watch it work, in about two minutes"
 	@echo "make test          build it and run every test"
 	@echo "make build         build it into build/release"
+	@echo "make macos         build the macOS bundle into build/macos, and hold it against its contract"
 	@echo "make dependencies  install the Debian packages that the others need"
 
 dependencies:
 	@Tools/install-dependencies.sh
+
+macos-dependencies:
+	@Tools/install-dependencies.sh Tools/dependencies-macos.txt
 
 build: dependencies
 	cmake --preset release -DBUILD_TESTING=OFF
@@ -22,3 +26,8 @@ test: dependencies
 	cmake --preset debug
 	cmake --build --preset debug
 	ctest --preset debug
+
+macos: dependencies macos-dependencies
+	cmake --preset macos
+	cmake --build --preset macos
+	python3 MacOS/check/check.py build/macos

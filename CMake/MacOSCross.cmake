@@ -1,5 +1,6 @@
-# Builds for macOS on Debian 12 with nothing of Apple's: Debian's clang, lld and libc++ headers, this project's
-# declarations of the C library and the frameworks, and link stubs made from MacOS/stubs. A toolchain file.
+# Builds for macOS on Debian 12 with nothing of Apple's: Debian's clang, lld and libc++ headers, this
+# project's declarations of the C library and the frameworks, and link stubs made from MacOS/stubs. A toolchain
+# file.
 set(CMAKE_SYSTEM_NAME Darwin)
 set(CMAKE_SYSTEM_PROCESSOR arm64)
 set(CMAKE_OSX_ARCHITECTURES arm64 x86_64 CACHE STRING "Architectures of the universal files")
@@ -18,22 +19,22 @@ file(CREATE_LINK ${pavo_llvm}/bin/llvm-lipo ${pavo_sdk}/tools/lipo SYMBOLIC)
 set(CMAKE_C_COMPILER ${pavo_llvm}/bin/clang)
 set(CMAKE_CXX_COMPILER ${pavo_llvm}/bin/clang++)
 set(CMAKE_OBJCXX_COMPILER ${pavo_llvm}/bin/clang++)
-set(pavo_c_headers
-  "-isystem ${pavo_llvm}/lib/clang/19/include -isystem ${pavo_root}/MacOS/include/libc -isystem ${pavo_root}/MacOS/include")
+set(pavo_c_headers "-isystem ${pavo_llvm}/lib/clang/19/include")
 file(GLOB pavo_frameworks ${pavo_root}/Frameworks/*/include)
-foreach(folder ${pavo_frameworks})
+foreach(folder ${pavo_root}/MacOS/include/libc ${pavo_root}/MacOS/include ${pavo_frameworks})
   string(APPEND pavo_c_headers " -isystem ${folder}")
 endforeach()
 # Ours comes first of the C++ library's: it configures the rest.
-set(pavo_cxx_headers
-  "-nostdinc++ -isystem ${pavo_root}/MacOS/include/libc++ -isystem ${pavo_llvm}/include/c++/v1 ${pavo_c_headers}")
+set(pavo_cxx_headers "-nostdinc++ -isystem ${pavo_root}/MacOS/include/libc++")
+string(APPEND pavo_cxx_headers " -isystem ${pavo_llvm}/include/c++/v1 ${pavo_c_headers}")
 set(CMAKE_C_FLAGS_INIT "-B${pavo_sdk}/tools -nostdinc ${pavo_c_headers}")
 set(CMAKE_CXX_FLAGS_INIT "-B${pavo_sdk}/tools -nostdinc ${pavo_cxx_headers}")
 set(CMAKE_OBJCXX_FLAGS_INIT ${CMAKE_CXX_FLAGS_INIT})
 foreach(language C CXX OBJCXX)
   set(CMAKE_${language}_COMPILER_TARGET x86_64-apple-macos12.3)
   # Members of an archive are universal files, which only this tool takes.
-  set(CMAKE_${language}_CREATE_STATIC_LIBRARY "${pavo_llvm}/bin/llvm-libtool-darwin -static -o <TARGET> <OBJECTS>")
+  set(CMAKE_${language}_CREATE_STATIC_LIBRARY
+    "${pavo_llvm}/bin/llvm-libtool-darwin -static -o <TARGET> <OBJECTS>")
 endforeach()
 
 foreach(kind EXE MODULE SHARED)

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """analyze.py BUILD-FOLDER: runs clang's static analyzer over everything that was built for macOS.
 
-Reads the folder's compile_commands.json; each file is analyzed for each architecture, and any finding is an error.
+Reads the folder's compile_commands.json; each file is analyzed for each architecture, and any finding is an
+error.
 """
 import concurrent.futures
 import json
@@ -13,7 +14,8 @@ import sys
 
 ARCHITECTURES = ("arm64", "x86_64")
 ANALYZER = ["--analyze", "-Xanalyzer", "-analyzer-werror", "-Xanalyzer", "-analyzer-output=text",
-            "-Xanalyzer", "-analyzer-checker=nullability,optin.cplusplus,optin.osx,optin.performance", "-o", os.devnull]
+            "-Xanalyzer", "-analyzer-checker=nullability,optin.cplusplus,optin.osx,optin.performance",
+            "-o", os.devnull]
 
 
 def analysis(command, architecture):

@@ -9,8 +9,9 @@ A table names one library of the system and what of it we use:
     symbol _example         a C symbol, with its leading underscore
     class NSExample         an Objective-C class
 
-The linker refuses whatever no table names, so the tables are the complete list of what the product takes from the
-system. The folder that is written looks like an SDK's: usr/lib/*.tbd and System/Library/Frameworks/*.framework/*.tbd.
+The linker refuses whatever no table names, so the tables are the complete list of what the product takes from
+the system. The folder that is written looks like an SDK's: usr/lib/*.tbd and
+System/Library/Frameworks/*.framework/*.tbd.
 """
 import pathlib
 import sys
@@ -64,7 +65,8 @@ class Table:
         return f"usr/lib/{self.name}.tbd"
 
     def stub(self):
-        lines = ["--- !tapi-tbd", "tbd-version: 4", f"targets: {TARGETS}", f"install-name: '{self.install_name}'",
+        lines = ["--- !tapi-tbd", "tbd-version: 4", f"targets: {TARGETS}",
+                 f"install-name: '{self.install_name}'",
                  f"current-version: {self.versions[0]}", f"compatibility-version: {self.versions[1]}",
                  "exports:", f"  - targets: {TARGETS}"]
         for keyword, key in (("symbol", "symbols"), ("class", "objc-classes")):

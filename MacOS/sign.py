@@ -3,9 +3,9 @@
 
     sign.py FOLDER        what lies inside must be signed already
 
-Writes _CodeSignature/CodeResources, which seals every file of the folder, and puts into each architecture of its
-executable a code directory that holds the hashes of all pages, of the property list and of that seal. Signing again
-gives the same bytes. An ad-hoc signature says that nothing was changed, not who made it.
+Writes _CodeSignature/CodeResources, which seals every file of the folder, and puts into each architecture of
+its executable a code directory that holds the hashes of all pages, of the property list and of that seal.
+Signing again gives the same bytes. An ad-hoc signature says that nothing was changed, not who made it.
 """
 import hashlib
 import os
@@ -31,7 +31,8 @@ RULES = {
     "^Resources/Base\\.lproj/": {"weight": 1010.0},
     "^version.plist$": True,
 }
-NESTED = "^(Frameworks|SharedFrameworks|PlugIns|Plug-ins|XPCServices|Helpers|MacOS|Library/(Automator|Spotlight|LoginItems))/"
+NESTED = ("^(Frameworks|SharedFrameworks|PlugIns|Plug-ins|XPCServices|Helpers|MacOS|"
+          "Library/(Automator|Spotlight|LoginItems))/")
 RULES2 = {
     ".*\\.dSYM($|/)": {"weight": 11.0},
     "^(.*/)?\\.DS_Store$": {"omit": True, "weight": 2000.0},
@@ -175,7 +176,8 @@ def seal(folder):
             inner = Folder(pathlib.Path(directory) / name)
             hashes = list(code_hashes(inner.executable))
             requirement = " or ".join(f'cdhash H"{value.hex()}"' for value in hashes)
-            files2[str(inner.path.relative_to(folder.root))] = {"cdhash": hashes[0], "requirement": requirement}
+            place = str(inner.path.relative_to(folder.root))
+            files2[place] = {"cdhash": hashes[0], "requirement": requirement}
         for name in sorted(file_names):
             path = pathlib.Path(directory) / name
             if path in left_out:

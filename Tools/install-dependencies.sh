@@ -1,6 +1,6 @@
 #!/bin/sh
-# Installs what the named list (dependencies.txt where none is named) asks for and this Debian does not have, and says
-# so. Silent when nothing is missing.
+# Installs what the named list (dependencies.txt where none is named) asks for and this Debian does not have, and
+# says so. Silent when nothing is missing.
 set -eu
 
 list="${1:-$(dirname "$0")/dependencies.txt}"

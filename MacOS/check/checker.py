@@ -11,7 +11,7 @@ from machofile import MachOError, read_slices
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
 from linkstubs import read_tables  # noqa: E402
 
-# Which of a runtime's functions are called is the compiler's choice, so their tables may list more than is used.
+# Which functions of a runtime are called is the compiler's choice, so these tables may list more than is used.
 COMPILER_LIBRARIES = {"libSystem", "libc++", "libobjc"}
 MACOS = 1
 SLOT_INFORMATION, SLOT_RESOURCES = 1, 3
@@ -90,9 +90,11 @@ class ImageCheck:
             self.report.equal(f"{where} superclass", wanted["superclass"], found.superclass)
             self.report.equal(f"{where} protocols", wanted["protocols"],
                               [plain_name(adopted) for adopted in found.protocols])
-            own = [method for method in found.methods if method.selector not in self.contract.COMPILER_METHODS]
-            self.check_methods(where, wanted["methods"], own)
-            self.report.equal(f"{where} class methods", [], [method.selector for method in found.class_methods])
+            ours = [method for method in found.methods
+                    if method.selector not in self.contract.COMPILER_METHODS]
+            self.check_methods(where, wanted["methods"], ours)
+            self.report.equal(f"{where} class methods", [],
+                              [method.selector for method in found.class_methods])
 
     def check_protocols(self):
         protocols = {plain_name(name): entry for name, entry in self.image.protocols.items()}
@@ -172,8 +174,10 @@ class FolderCheck:
                 self.report.add(f"{self.where}: {path.name} is not what was sealed")
         for folder in nested:
             entry = entries[str(folder.relative_to(root))]
-            executables = [path for path in folder.rglob(folder.stem) if path.is_file() and not path.is_symlink()]
-            hashes = [image.signature.cdhash for path in executables for image in read_slices(path.read_bytes())]
+            executables = [path for path in folder.rglob(folder.stem)
+                           if path.is_file() and not path.is_symlink()]
+            hashes = [image.signature.cdhash
+                      for path in executables for image in read_slices(path.read_bytes())]
             wanted = " or ".join(f'cdhash H"{value.hex()}"' for value in hashes)
             self.report.equal(f"{self.where} seal of {folder.name}", wanted, entry["requirement"])
 

@@ -1,9 +1,9 @@
-"""What the built files must be, to the letter: the names, selectors and encodings by which the stub, the camera
-system, the producer and the privileged helper know us. A file that has less, or more, is refused.
+"""What the built files must be, to the letter: the names, selectors and encodings by which the stub, the
+camera system, the producer and the privileged helper know us. A file that has less, or more, is refused.
 
-In an encoding {BOOL} stands for the architecture's truth value. After a | comes the extended encoding, where it is
-not the same: the message system reads the classes of arguments from it. An encoding of None is one that names types
-of ours, which nobody outside ever sees.
+In an encoding {BOOL} stands for the architecture's truth value. After a | comes the extended encoding, where it
+is not the same: the message system reads the classes of arguments from it. An encoding of None is one that
+names types of ours, which nobody outside ever sees.
 """
 
 ARCHITECTURES = ["arm64", "x86_64"]
@@ -167,13 +167,15 @@ PRODUCT = {
     "executable": "Contents/MacOS/CMIOExtensionSupport",
     "information_path": "Contents/Info.plist",
     "information": information("CMIOExtensionSupport", "com.tarnwell.macos.cam.CMIOExtensionSupport", "BNDL"),
-    "files": ["Contents/Frameworks/PavoLoggingSupport.framework", "Contents/Resources/configure-pavo-full.png"],
+    "files": ["Contents/Frameworks/PavoLoggingSupport.framework",
+              "Contents/Resources/configure-pavo-full.png"],
     "file_type": "bundle",
     "install_name": None,
     "run_paths": ["@loader_path/../Frameworks"],
     "libraries": [
         *(FRAMEWORK.format(name, "A") for name in (
-            "CoreFoundation", "CoreGraphics", "CoreImage", "CoreMedia", "CoreMediaIO", "CoreVideo", "IOSurface")),
+            "CoreFoundation", "CoreGraphics", "CoreImage", "CoreMedia", "CoreMediaIO", "CoreVideo",
+            "IOSurface")),
         FRAMEWORK.format("Foundation", "C"), "/usr/lib/libSystem.B.dylib", "/usr/lib/libc++.1.dylib",
         "/usr/lib/libobjc.A.dylib", LOGGING_INSTALL_NAME,
     ],
@@ -225,8 +227,10 @@ EXTENSION = {
     "file_type": "execute",
     "install_name": None,
     "run_paths": [],
-    "libraries": [FRAMEWORK.format("Foundation", "C"), "/usr/lib/libSystem.B.dylib", "/usr/lib/libc++.1.dylib",
-                  "/usr/lib/libobjc.A.dylib"],
+    "libraries": [
+        FRAMEWORK.format("Foundation", "C"), "/usr/lib/libSystem.B.dylib", "/usr/lib/libc++.1.dylib",
+        "/usr/lib/libobjc.A.dylib",
+    ],
     "exports": ["__mh_execute_header", "_main"],
     "classes": {},
     "protocols": {},

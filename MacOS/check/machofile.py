@@ -1,7 +1,7 @@
 """Reads Mach-O files: what a loader, the Objective-C runtime and the signature check see in them.
 
-Only the forms that our own linker writes are understood (64 bit, classic dyld info, absolute method lists); anything
-else is refused with MachOError, never skipped.
+Only the forms that our own linker writes are understood (64 bit, classic dyld info, absolute method lists);
+anything else is refused with MachOError, never skipped.
 """
 import dataclasses
 import hashlib
@@ -12,7 +12,8 @@ FILE_TYPES = {2: "execute", 6: "dylib", 8: "bundle"}
 
 LC_SYMTAB, LC_LOAD_DYLIB, LC_ID_DYLIB, LC_SEGMENT_64, LC_UUID = 0x2, 0xC, 0xD, 0x19, 0x1B
 LC_CODE_SIGNATURE, LC_RPATH, LC_DYLD_INFO_ONLY, LC_BUILD_VERSION = 0x1D, 0x8000001C, 0x80000022, 0x32
-REFUSED_COMMANDS = {0x80000034: "chained fixups", 0x80000018: "weak libraries", 0x8000001F: "re-exported libraries"}
+REFUSED_COMMANDS = {0x80000034: "chained fixups", 0x80000018: "weak libraries",
+                    0x8000001F: "re-exported libraries"}
 
 
 class MachOError(Exception):
@@ -92,7 +93,8 @@ class Image:
         self.exports = sorted(self._read_exports())
         self.imports = self._read_imports()
         self.classes = {entry.name: entry for entry in map(self._read_class, self._list("__objc_classlist"))}
-        self.protocols = {entry.name: entry for entry in map(self._read_protocol, self._list("__objc_protolist"))}
+        self.protocols = {
+            entry.name: entry for entry in map(self._read_protocol, self._list("__objc_protolist"))}
         self.signature = self._read_signature()
 
     # Load commands.
@@ -252,7 +254,8 @@ class Image:
         if entry_size & 0xFFFF0000:
             raise MachOError("relative method lists are not understood")
         starts = [address + 8 + 24 * index for index in range(count)]
-        return [Method(self._text(self._pointer(start)), self._text(self._pointer(start + 8))) for start in starts]
+        return [Method(self._text(self._pointer(start)), self._text(self._pointer(start + 8)))
+                for start in starts]
 
     def _read_protocol_names(self, address):
         if not address:
@@ -280,7 +283,8 @@ class Image:
             parent = self._bound[address + 8].removeprefix("_OBJC_CLASS_$_")
         return ObjCClass(self._text(self._pointer(data + 24)), parent,
                          self._read_protocol_names(self._pointer(data + 40)),
-                         self._read_methods(self._pointer(data + 32)), self._read_methods(self._pointer(meta + 32)))
+                         self._read_methods(self._pointer(data + 32)),
+                         self._read_methods(self._pointer(meta + 32)))
 
     # Signature.
 
@@ -302,7 +306,8 @@ class Image:
          page_shift) = struct.unpack_from(">9I4B", self.data, start)
         if hash_type != 2:
             raise MachOError("only signatures with SHA-256 are understood")
-        signed = lambda slot: self.data[start + hashes + hash_size * slot:start + hashes + hash_size * (slot + 1)]
+        first = start + hashes
+        signed = lambda slot: self.data[first + hash_size * slot:first + hash_size * (slot + 1)]
         page = 1 << page_shift
         # What is signed ends where the signature begins: nothing may lie between.
         match = limit == self._signature_range[0] and pages == -(-limit // page) and all(

@@ -1,5 +1,5 @@
-"""checker_tests.py BUILD: the checker is content with what was built, and sees each difference that is planted, in
-the files and in the contract."""
+"""checker_tests.py BUILD: the checker is content with what was built, and sees each difference that is planted
+in the files, in the contract and in the link tables."""
 import copy
 import pathlib
 import random
@@ -79,20 +79,24 @@ class DifferencesInTheContract(CheckerTest):
         self.assert_both_ways(self.product["protocols"], "Planted", CONSUMER)
 
     def test_a_selector_of_a_protocol(self):
-        self.assert_both_ways(self.product["protocols"][CONSUMER]["required"], "planted", "targetFPSChangedTo:")
+        required = self.product["protocols"][CONSUMER]["required"]
+        self.assert_both_ways(required, "planted", "targetFPSChangedTo:")
 
     def test_an_optional_selector(self):
-        self.assert_both_ways(self.product["protocols"]["NSObject"]["optional"], "planted", "debugDescription")
+        optional = self.product["protocols"]["NSObject"]["optional"]
+        self.assert_both_ways(optional, "planted", "debugDescription")
 
     def test_an_export(self):
-        self.assert_both_ways(self.product["exports"], "_planted", "_dynamically_register_mach_service_for_endpoint")
+        exports = self.product["exports"]
+        self.assert_both_ways(exports, "_planted", "_dynamically_register_mach_service_for_endpoint")
 
     def test_an_export_of_the_logging_module(self):
         self.logging["exports"] += ["__ZN4pavo7Planted*"]
         self.assert_seen("exports: __ZN4pavo7Planted* is missing")
 
     def test_a_library(self):
-        self.assert_both_ways(self.product["libraries"], "/usr/lib/libplanted.dylib", "/usr/lib/libc++.1.dylib")
+        libraries = self.product["libraries"]
+        self.assert_both_ways(libraries, "/usr/lib/libplanted.dylib", "/usr/lib/libc++.1.dylib")
 
     def test_a_key_of_the_property_list(self):
         self.assert_both_ways(self.product["information"], "Planted", "CFBundleName")
@@ -110,7 +114,8 @@ class DifferencesInTheContract(CheckerTest):
         self.assert_seen(f"{ENTRY_POINT} protocols")
 
     def test_an_adopted_protocol(self):
-        self.product["protocols"]["CMIOExtensionSupport.VideoFrameProducerServiceReportReceiving"]["adopted"] = []
+        name = "CMIOExtensionSupport.VideoFrameProducerServiceReportReceiving"
+        self.product["protocols"][name]["adopted"] = []
         self.assert_seen("ReportReceiving adopted")
 
     def test_a_plain_encoding(self):
@@ -210,7 +215,8 @@ class DifferencesInTheFiles(CheckerTest):
         self.assert_seen("architectures")
 
     def test_a_property_list_that_was_not_signed_so(self):
-        self.replace(b"<string>en</string>", b"<string>de</string>", "CMIOExtensionSupport.bundle/Contents/Info.plist")
+        information = "CMIOExtensionSupport.bundle/Contents/Info.plist"
+        self.replace(b"<string>en</string>", b"<string>de</string>", information)
         self.assert_seen("CFBundleDevelopmentRegion: 'de', must be 'en'")
         self.assert_seen("Info.plist is not what was signed")
 

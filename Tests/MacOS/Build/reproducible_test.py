@@ -1,5 +1,5 @@
-"""reproducible_test.py SOURCE BUILD OPTION…: builds a copy of the sources, which lies elsewhere, and compares every
-byte of what comes out with BUILD."""
+"""reproducible_test.py SOURCE BUILD OPTION…: builds a copy of the sources, which lies elsewhere, and compares
+every byte of what comes out with BUILD."""
 import os
 import pathlib
 import shutil
@@ -7,9 +7,10 @@ import subprocess
 import sys
 import tempfile
 
-SOURCES = ("CMake", "CMakeLists.txt", "Bundle", "CMIOExtensionSupport", "Frameworks", "MacOS", "PavoLoggingSupport",
-           "Platform", "Resources", "Stub")
-RESULTS = ("CMIOExtensionSupport.bundle", "com.tarnwell.macos.cam.extension.systemextension", "Stub.entitlements")
+SOURCES = ("CMake", "CMakeLists.txt", "Bundle", "CMIOExtensionSupport", "Frameworks", "MacOS",
+           "PavoLoggingSupport", "Platform", "Resources", "Stub")
+RESULTS = ("CMIOExtensionSupport.bundle", "com.tarnwell.macos.cam.extension.systemextension",
+           "Stub.entitlements")
 
 
 def entry(path):
@@ -35,10 +36,12 @@ def main(source, build, options):
             else:
                 shutil.copy(place, copy / name)
         other = pathlib.Path(folder) / "out"
-        for command in (["cmake", "-S", copy, "-B", other, "-G", "Ninja", *options], ["cmake", "--build", other]):
+        configure = ["cmake", "-S", copy, "-B", other, "-G", "Ninja", *options]
+        for command in (configure, ["cmake", "--build", other]):
             subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
         first, second = contents(build), contents(other)
-    different = sorted(str(path) for path in first.keys() | second.keys() if first.get(path) != second.get(path))
+    paths = first.keys() | second.keys()
+    different = sorted(str(path) for path in paths if first.get(path) != second.get(path))
     print(f"{len(first)} files and folders, {len(different)} different", *different, sep="\n")
     # A comparison of nothing with nothing is not a success.
     return 1 if different or not any(data for _, data in first.values()) else 0
