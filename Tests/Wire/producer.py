@@ -47,8 +47,15 @@ def say(event, **details):
 # Finding the camera
 
 
-def is_trusted(owner):
-    return owner in (os.geteuid(), 0)
+def is_safe_folder(path, owners):
+    status = os.lstat(path)
+    return stat.S_ISDIR(status.st_mode) and status.st_uid in owners and not status.st_mode & 0o022
+
+
+def is_safe_way(path):
+    """Whether root alone decides what the path leads to."""
+    parents = [path[:end] or "/" for end, letter in enumerate(path) if letter == "/"]
+    return all(is_safe_folder(parent, (0,)) for parent in parents)
 
 
 def user_folder():
@@ -60,22 +67,31 @@ def user_folder():
     return f"/tmp/pavo-{os.geteuid()}"
 
 
-def folders():
+def target_of(path):
+    return os.path.join(os.path.dirname(path), os.readlink(path)) if os.path.islink(path) else path
+
+
+def namespaces():
+    """Each folder, with the users whose files count in it."""
+    both = (os.geteuid(), 0)
     moved = os.environ.get("PAVO_BOOTSTRAP_DIR")
-    return [moved + "/user", moved + "/system"] if moved else [user_folder(), "/run/pavo"]
+    if moved:
+        return [(moved + "/user", both), (moved + "/system", both)]
+    return [(user_folder(), both), ("/run/pavo", (0,))]
 
 
-def connect_in(folder):
+def connect_in(folder, owners):
     """A socket, or None where the folder leads to no camera."""
     path = f"{folder}/{SERVICE}"
     try:
-        status = os.lstat(folder)
-        if not stat.S_ISDIR(status.st_mode) or not is_trusted(status.st_uid) or status.st_mode & 0o022:
+        if not is_safe_folder(folder, owners):
+            return None
+        if folder == "/run/pavo" and not all(map(is_safe_way, (path, target_of(path)))):
             return None
         target = os.stat(path)
         if not stat.S_ISSOCK(target.st_mode):
             return None
-        if not is_trusted(os.lstat(path).st_uid) or not is_trusted(target.st_uid):
+        if os.lstat(path).st_uid not in owners or target.st_uid not in owners:
             return None
         connection = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
         connection.settimeout(PATIENCE_SECONDS)
@@ -88,14 +104,14 @@ def connect_in(folder):
     except OSError:
         return None
     _, owner, _ = struct.unpack("iii", connection.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, 12))
-    return connection if is_trusted(owner) else None
+    return connection if owner in owners else None
 
 
 def dial():
     deadline = time.monotonic() + PATIENCE_SECONDS
     while time.monotonic() < deadline:
-        for folder in folders():
-            connection = connect_in(folder)
+        for folder, owners in namespaces():
+            connection = connect_in(folder, owners)
             if connection:
                 return connection
         select.select([], [], [], 0.25)
