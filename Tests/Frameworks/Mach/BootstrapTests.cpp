@@ -428,6 +428,30 @@ TEST_F(Bootstrap, ASystemNameLeadsThroughNoOtherLink)
     deallocate(port);
 }
 
+TEST_F(Bootstrap, EveryUserFindsAServiceOfRootsWhoseSocketIsOpenToAll)
+{
+    if (geteuid() != 0) GTEST_SKIP() << "only root can become somebody else";
+    const auto port = allocate();
+    ASSERT_EQ(registerName(systemNamespace(), "link", port), BOOTSTRAP_SUCCESS);
+    const auto socket = systemFolder() + "/name";
+    fs::rename(fs::read_symlink(systemFolder() + "/link"), socket);
+    for (const auto& folder : {folder_.path(), systemFolder()})
+        ASSERT_EQ(chmod(folder.c_str(), 0755), 0);
+    const auto lookUpAsSomebody = [] {
+        const pid_t somebody = fork();
+        if (somebody == 0)
+            _exit(setresuid(65534, 65534, 65534) == 0 && lookUp(bootstrap_system_port(), "name") == 0 ? 0
+                                                                                                      : 1);
+        int status = -1;
+        return waitpid(somebody, &status, 0) == somebody && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    };
+    ASSERT_EQ(chmod(socket.c_str(), 0666), 0);
+    EXPECT_EQ(lookUpAsSomebody(), 0);
+    ASSERT_EQ(chmod(socket.c_str(), 0600), 0);
+    EXPECT_EQ(lookUpAsSomebody(), 1) << "the socket's mode decides who may connect";
+    deallocate(port);
+}
+
 TEST_F(Bootstrap, ASocketThatSomebodyElseListensOnIsNotFollowed)
 {
     if (geteuid() != 0) GTEST_SKIP() << "only root can become somebody else";
