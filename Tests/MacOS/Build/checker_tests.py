@@ -13,6 +13,7 @@ import unittest
 import contract
 from checker import check_build, plain_name
 from machofile import MachOError, read_slices
+from sign import sign
 
 BUILD = pathlib.Path(sys.argv.pop())
 TABLES = pathlib.Path(contract.__file__).parent.parent / "stubs"
@@ -245,6 +246,26 @@ class DifferencesInTheFiles(CheckerTest):
     def test_a_file_that_is_missing(self):
         (self.build / PRODUCT).unlink()
         self.assert_seen("No such file")
+
+
+class Signing(CheckerTest):
+    def sign_all(self):
+        for module in self.contract.MODULES:
+            sign(self.build / module["folder"])
+
+    def contents(self):
+        return {path: path.read_bytes() for path in self.build.rglob("*") if path.is_file()}
+
+    def test_again_gives_the_same_bytes(self):
+        before = self.contents()
+        self.sign_all()
+        self.assertEqual(before, self.contents())
+
+    def test_covers_what_was_changed_since(self):
+        (self.build / "CMIOExtensionSupport.bundle/Contents/Resources/more").write_text("more")
+        self.assertNotEqual([], self.problems())
+        self.sign_all()
+        self.assertEqual([], self.problems())
 
 
 class DamagedFiles(CheckerTest):
