@@ -1,11 +1,12 @@
 # The commands in front of the build. All work on a Debian 12 with nothing installed but make.
 
-.PHONY: help demo test build macos dependencies macos-dependencies
+.PHONY: help demo test build package macos dependencies macos-dependencies
 
 help:
 	@echo "make demo          build the camera and watch it work, in about two minutes"
 	@echo "make test          build it and run every test"
 	@echo "make build         build it into build/release"
+	@echo "make package       make its Debian packages, in build/package/packages"
 	@echo "make macos         build the macOS bundle into build/macos, and hold it against its contract"
 	@echo "make dependencies  install the Debian packages that the others need"
 
@@ -18,6 +19,12 @@ macos-dependencies:
 build: dependencies
 	cmake --preset release -DBUILD_TESTING=OFF
 	cmake --build --preset release
+
+# The time of the changelog goes into the packages, so that the same sources make the same packages.
+package: dependencies
+	cmake --preset package
+	SOURCE_DATE_EPOCH=$$(dpkg-parsechangelog -l Packaging/debian/changelog -S Timestamp) \
+		cmake --build --preset package
 
 demo: build
 	build/release/pavo demo --sheet build/demo/contact-sheet.png

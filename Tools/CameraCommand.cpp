@@ -37,7 +37,7 @@ void addCameraCommand(CLI::App& app, int& exitCode)
     CLI::App* command = app.add_subcommand("camera", "Be the camera, until Ctrl-C");
     command
         ->add_option("--bundle", options->bundlePath,
-                     "The camera's bundle folder; default: the one beside pavo")
+                     "The camera's bundle folder; default: the one that came with pavo")
         ->check(checkedBy(parseName))
         ->type_name("FOLDER");
     command->add_flag("--json", options->isJson, "Say on standard output, as JSON, when the camera is up");

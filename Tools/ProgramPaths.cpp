@@ -13,7 +13,11 @@ std::string programPath()
 
 std::string defaultBundlePath()
 {
-    return (std::filesystem::path(programPath()).parent_path() / "CMIOExtensionSupport.bundle").string();
+    const auto folder = std::filesystem::path(programPath()).parent_path();
+    const auto beside = folder / "CMIOExtensionSupport.bundle";
+    std::error_code error;
+    if (std::filesystem::exists(beside, error)) return beside.string();
+    return (folder / PAVO_BUNDLE_FROM_COMMAND).lexically_normal().string();
 }
 
 }  // namespace pavo::tools

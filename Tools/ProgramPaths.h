@@ -6,7 +6,7 @@ namespace pavo::tools {
 
 // The file of the running program.
 std::string programPath();
-// The bundle beside the running program.
+// The bundle of the running program: beside it, as in a build folder, or where an installation has it.
 std::string defaultBundlePath();
 
 }  // namespace pavo::tools

@@ -1,0 +1,70 @@
+// The service of the user's systemd, looked at by systemd itself.
+
+#include "Tests/Packaging/InstalledTree.h"
+#include "Tests/Support/ChildProcess.h"
+#include "Tests/Support/Descriptors.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <regex>
+#include <string>
+
+namespace {
+
+using namespace pavo::test;
+using testing::HasSubstr;
+
+// The unit as installed, but with the program where this tree has it.
+std::string unit()
+{
+    const std::string text =
+        readFile(installed::prefix() / "lib" / "systemd" / "user" / "pavo-camera.service");
+    return std::regex_replace(text, std::regex("ExecStart=/"), "ExecStart=" PAVO_INSTALL_ROOT "/");
+}
+
+class Service : public testing::Test {
+protected:
+    Service()
+    {
+        ::setenv("XDG_RUNTIME_DIR", folder_.path().c_str(), 1);
+        ::setenv("HOME", folder_.path().c_str(), 1);
+    }
+
+    // What systemd says of a unit with this text.
+    installed::Outcome analyze(const std::string& text, std::vector<std::string> arguments)
+    {
+        const std::string file = folder_.path() + "/pavo-camera.service";
+        std::ofstream(file) << text;
+        arguments.insert(arguments.begin(), "systemd-analyze");
+        arguments.push_back(file);
+        return installed::run(arguments);
+    }
+
+    const TemporaryFolder folder_;
+};
+
+TEST_F(Service, IsWellFormed)
+{
+    ASSERT_THAT(unit(), HasSubstr("\nExecStart=" + installed::pavo() + " camera\n"));
+    const auto outcome = analyze(unit(), {"--user", "--man=no", "verify"});
+    EXPECT_EQ(outcome.status, 0) << outcome.text;
+    EXPECT_EQ(outcome.text, "");
+}
+
+TEST_F(Service, WouldBeToldOfAWrongSetting)
+{
+    const auto outcome =
+        analyze(unit() + "[Service]\nNoNewPrivilege=yes\n", {"--user", "--man=no", "verify"});
+    EXPECT_THAT(outcome.text, HasSubstr("NoNewPrivilege"));
+}
+
+TEST_F(Service, NamesItsManualPage)
+{
+    EXPECT_THAT(unit(), HasSubstr("\nDocumentation=man:pavo-camera(1)\n"));
+    EXPECT_TRUE(installed::files().contains("share/man/man1/pavo-camera.1.gz"));
+}
+
+}  // namespace

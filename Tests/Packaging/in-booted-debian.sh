@@ -1,0 +1,30 @@
+#!/bin/sh
+# Boots the Debian in FOLDER, which has the camera, PipeWire and a user named friend, in a container without a
+# network, and has the friend use the camera as a service. The exit status says how that went.
+#
+#     in-booted-debian.sh FOLDER
+#
+# Needs root and systemd-container. Mounts what a container needs, so run it in a mount namespace of its own.
+set -eu
+folder="$1"
+cp "$(dirname "$0")/use-service.sh" "$folder/root/"
+cat >"$folder/etc/systemd/system/use-service.service" <<END
+[Unit]
+After=multi-user.target
+SuccessAction=exit
+FailureAction=exit
+FailureActionExitStatus=1
+[Service]
+Type=oneshot
+ExecStart=/bin/sh /root/use-service.sh
+StandardOutput=journal+console
+TimeoutStartSec=300
+[Install]
+WantedBy=default.target
+END
+ln -sf ../use-service.service "$folder/etc/systemd/system/multi-user.target.wants/"
+mountpoint -q /sys/fs/cgroup || mount -t cgroup2 none /sys/fs/cgroup
+mkdir -p /sys/fs/cgroup/pavo-packaging
+echo $$ >/sys/fs/cgroup/pavo-packaging/cgroup.procs
+systemd-nspawn --quiet --boot --register=no --keep-unit --private-network --console=pipe \
+    --directory="$folder" --machine=pavo-packaging </dev/null

@@ -1,0 +1,41 @@
+#!/bin/sh
+# A user named friend makes the camera a service, and uses it. Run by the system that was booted for it.
+set -eu
+fail() { echo "FAILED: $*"; as_friend journalctl --user --no-pager -n 40 || true; exit 1; }
+as_friend() { runuser -u friend -- env XDG_RUNTIME_DIR="/run/user/$uid" HOME=/home/friend "$@"; }
+property() { as_friend systemctl --user show --value -p "$1" pavo-camera; }
+watch() { as_friend pavo view --wait 60 --frames 60 --snapshot "/tmp/$1.png"; }
+
+uid="$(id -u friend)"
+# Lets the user's systemd run without anybody logged in.
+loginctl enable-linger friend
+timeout 60 sh -c "until [ -S /run/user/$uid/systemd/private ]; do sleep 1; done"
+
+as_friend systemctl --user enable --now pavo-camera || fail "the service does not start"
+watch placeholder || fail "nothing to see"
+pid="$(property MainPID)"
+grep -q '^Seccomp:.*2$' "/proc/$pid/status" || fail "no filter of system calls"
+grep -q '^NoNewPrivs:.*1$' "/proc/$pid/status" || fail "new privileges are possible"
+
+as_friend pavo send --size 640x360 --frames 600 >/dev/null &
+watch pattern || fail "nothing to see with a producer"
+wait $!
+if cmp -s /tmp/placeholder.png /tmp/pattern.png; then fail "the producer was not seen"; fi
+[ "$(property NRestarts) $(property MainPID)" = "0 $pid" ] || fail "the service did not last"
+
+# The camera comes back after a crash, for clients that come then.
+kill -KILL "$pid"
+watch after-a-crash || fail "no camera after a crash"
+[ "$(property NRestarts)" = 1 ] || fail "the service was not restarted"
+
+# Where PipeWire is gone it serves its own, with the same rights.
+as_friend systemctl --user mask --now pipewire.socket pipewire.service wireplumber.service
+as_friend systemctl --user restart pavo-camera
+as_friend env PIPEWIRE_REMOTE=pavo-0 pavo view --wait 60 --frames 60 || fail "no camera without PipeWire"
+as_friend systemctl --user unmask pipewire.socket pipewire.service wireplumber.service
+
+as_friend systemd-analyze --user --no-pager security pavo-camera | tail -n 1
+as_friend journalctl --user --no-pager --unit pavo-camera -n 20
+as_friend systemctl --user disable --now pavo-camera || fail "the service does not end"
+[ "$(property Result)" = success ] || fail "the service ended badly"
+echo "The camera works as a service."
