@@ -12,18 +12,11 @@
 namespace cmio {
 namespace {
 
-const ns::Error kParameterError{ns::NSOSStatusErrorDomain, -50};
-
 std::shared_ptr<ExtensionStream>
 makeStream(ExtensionStreamDirection direction = ExtensionStreamDirection::source)
 {
     return ExtensionStream::create("Stream", ns::UUID::random(), direction,
                                    ExtensionStreamClockType::hostTime, {});
-}
-
-std::shared_ptr<ExtensionDevice> makeDevice()
-{
-    return ExtensionDevice::create("Device", ns::UUID::random(), "Legacy", {});
 }
 
 cf::Ref<CMSampleBufferRef> makeSample()
@@ -36,60 +29,6 @@ cf::Ref<CMSampleBufferRef> makeSample()
     CMSampleBufferCreateReadyWithImageBuffer(kCFAllocatorDefault, picture.get(), format.get(), &timing,
                                              sample.receive());
     return sample;
-}
-
-TEST(ExtensionProvider, TakesADeviceOnce)
-{
-    const auto provider = ExtensionProvider::create({}, nullptr);
-    const auto device = makeDevice();
-    ns::Error error;
-    EXPECT_TRUE(provider->addDevice(device, &error));
-    EXPECT_EQ(error, ns::Error{});
-    EXPECT_FALSE(provider->addDevice(device, &error));
-    EXPECT_EQ(error, kParameterError);
-    EXPECT_TRUE(provider->addDevice(makeDevice(), nullptr));
-}
-
-TEST(ExtensionProvider, TakesNoNullDevice)
-{
-    const auto provider = ExtensionProvider::create({}, nullptr);
-    ns::Error error;
-    EXPECT_FALSE(provider->addDevice(nullptr, &error));
-    EXPECT_EQ(error, kParameterError);
-    EXPECT_FALSE(provider->addDevice(nullptr, nullptr));
-}
-
-TEST(ExtensionDevice, TakesAStreamOnce)
-{
-    const auto device = makeDevice();
-    const auto stream = makeStream();
-    ns::Error error;
-    EXPECT_TRUE(device->addStream(stream, &error));
-    EXPECT_FALSE(device->addStream(stream, &error));
-    EXPECT_EQ(error, kParameterError);
-}
-
-TEST(ExtensionDevice, TakesNoNullStream)
-{
-    ns::Error error;
-    EXPECT_FALSE(makeDevice()->addStream(nullptr, &error));
-    EXPECT_EQ(error, kParameterError);
-}
-
-TEST(ExtensionProvider, DoesNotCallItsSourceBeforeItIsStarted)
-{
-    const auto source = std::make_shared<testing::StrictMock<test::MockProviderSource>>();
-    const auto provider = ExtensionProvider::create(source, nullptr);
-    provider->addDevice(makeDevice(), nullptr);
-}
-
-TEST(ExtensionProvider, KeepsItsSourceWeakly)
-{
-    auto source = std::make_shared<testing::NiceMock<test::MockProviderSource>>();
-    const std::weak_ptr<test::MockProviderSource> weak = source;
-    const auto provider = ExtensionProvider::create(source, nullptr);
-    source.reset();
-    EXPECT_TRUE(weak.expired());
 }
 
 TEST(ExtensionProvider, MakesASerialQueueWhereNoneIsGiven)
@@ -155,55 +94,6 @@ TEST(ExtensionStream, SendsNothingBeforeItIsPublished)
     const auto sample = makeSample();
     stream->sendSampleBuffer(sample.get(), ExtensionStreamDiscontinuityFlags::none, 12);
     EXPECT_EQ(CFGetRetainCount(sample.get()), 1);
-}
-
-TEST(StreamingClientList, TellsObserversTheNewValueOnly)
-{
-    const auto stream = makeStream();
-    std::vector<std::size_t> sizes;
-    const auto observation = stream->observeStreamingClients(
-        [&sizes](const auto& change) { sizes.push_back(change.newValue ? change.newValue->size() : 99); });
-    EXPECT_TRUE(sizes.empty());
-    stream->impl().clients.set({{ns::UUID::random(), 1}});
-    stream->impl().clients.set({});
-    EXPECT_EQ(sizes, (std::vector<std::size_t>{1, 0}));
-}
-
-TEST(StreamingClientList, TellsNothingAfterTheObservationEnds)
-{
-    const auto stream = makeStream();
-    int calls = 0;
-    {
-        const auto observation = stream->observeStreamingClients([&calls](const auto&) { ++calls; });
-        stream->impl().clients.set({});
-    }
-    stream->impl().clients.set({});
-    EXPECT_EQ(calls, 1);
-}
-
-TEST(StreamingClientList, LetsAnObserverEndItselfAndOthersWhileItIsCalled)
-{
-    const auto stream = makeStream();
-    int calls = 0;
-    ns::KeyValueObservation own;
-    ns::KeyValueObservation other;
-    own = stream->observeStreamingClients([&](const auto&) {
-        ++calls;
-        own = {};
-        other = {};
-    });
-    other = stream->observeStreamingClients([&calls](const auto&) { calls += 100; });
-    stream->impl().clients.set({});
-    stream->impl().clients.set({});
-    EXPECT_EQ(calls, 1);
-}
-
-TEST(StreamingClientList, LetsAnObservationOutliveTheStream)
-{
-    auto stream = makeStream();
-    auto observation = stream->observeStreamingClients([](const auto&) {});
-    stream.reset();
-    observation = {};
 }
 
 }  // namespace

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <Foundation/Foundation.h>
+
+#include <cstdint>
+#include <vector>
+
+// In place of NSXPC: listeners and connections without a peer process. The test plays the far end on its own
+// thread. Calls are recorded (Calls.h). What is resumed keeps itself alive until it is invalidated, as the
+// system's objects do.
+
+@interface NSXPCInterface ()
+@property(nonatomic, readonly) Protocol* protocol;
+@end
+
+@interface NSXPCListenerEndpoint ()
+- (instancetype)initWithPort:(std::uint32_t)port listener:(NSXPCListener*)listener;
+@property(nonatomic, readonly) NSXPCListener* listener;
+@end
+
+@interface NSXPCConnection ()
+@property(nonatomic, readonly) NSString* serviceName;
+@property(nonatomic, readonly) NSXPCConnectionOptions options;
+@property(nonatomic, readonly) NSXPCListenerEndpoint* endpoint;
+@property(nonatomic, readonly) BOOL isResumed;
+@property(nonatomic, readonly) BOOL isInvalidated;
+// The object of the far end, which gets what is sent to the proxy.
+@property(atomic, strong) id peer;
+@property(atomic) pid_t peerProcess;
+// The connection is lost for good: its invalidation handler runs, then it drops what it keeps.
+- (void)failWithInvalidation;
+// The peer went away: its interruption handler runs.
+- (void)failWithInterruption;
+@end
+
+@interface NSXPCListener ()
+@property(nonatomic, readonly) std::uint32_t port;
+@property(nonatomic, readonly) BOOL isResumed;
+// A peer dials. The delegate is asked; a refused connection is invalidated.
+- (NSXPCConnection*)connectPeer:(id)peer;
+@end
+
+namespace pavo::test {
+
+std::vector<NSXPCListener*> listeners();
+std::vector<NSXPCConnection*> connections();
+// Everything ends without telling anybody.
+void endAllXPC();
+
+}  // namespace pavo::test

@@ -1,0 +1,65 @@
+// Core Foundation and Objective-C share their objects, as on macOS: either side can count the other's.
+
+#include "Tests/MacOS/Runtime/Runtime.h"
+
+#include <CoreFoundation/CoreFoundation.h>
+#include <IOSurface/IOSurface.h>
+#include <dispatch/dispatch.h>
+
+#include <memory>
+
+using namespace pavo::test::objc;
+
+extern "C" {
+Object* objc_retain(Object* object);
+void objc_release(Object* object);
+void* objc_autoreleasePoolPush();
+void objc_autoreleasePoolPop(void* mark);
+
+CFTypeRef __real_CFRetain(CFTypeRef object);
+void __real_CFRelease(CFTypeRef object);
+void __real_dispatch_async_f(dispatch_queue_t queue, void* context, dispatch_function_t work);
+
+CFTypeRef __wrap_CFRetain(CFTypeRef object)
+{
+    if (object && isObjectiveC(object)) return objc_retain(static_cast<Object*>(const_cast<void*>(object)));
+    return __real_CFRetain(object);
+}
+
+void __wrap_CFRelease(CFTypeRef object)
+{
+    if (object && isObjectiveC(object)) return objc_release(static_cast<Object*>(const_cast<void*>(object)));
+    __real_CFRelease(object);
+}
+
+// Work on a queue has a pool of its own.
+void __wrap_dispatch_async_f(dispatch_queue_t queue, void* context, dispatch_function_t work)
+{
+    struct Pooled {
+        void* context;
+        dispatch_function_t work;
+    };
+    __real_dispatch_async_f(queue, new Pooled{context, work}, [](void* pointer) {
+        const std::unique_ptr<Pooled> pooled(static_cast<Pooled*>(pointer));
+        void* const mark = objc_autoreleasePoolPush();
+        pooled->work(pooled->context);
+        objc_autoreleasePoolPop(mark);
+    });
+}
+
+}  // extern "C"
+
+namespace pavo::test::objc {
+
+ClassRecord* classOf(const void* object)
+{
+    if (isObjectiveC(object)) return static_cast<const Object*>(object)->isa;
+    if (isBlock(object) || !static_cast<const Object*>(object)->isa) return nullptr;
+    const auto type = CFGetTypeID(object);
+    if (type == CFStringGetTypeID()) return findClass("PavoBridgedString");
+    if (type == CFDictionaryGetTypeID()) return findClass("PavoBridgedDictionary");
+    if (type == IOSurfaceGetTypeID()) return findClass("IOSurface");
+    return nullptr;
+}
+
+}  // namespace pavo::test::objc
