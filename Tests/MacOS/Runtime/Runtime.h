@@ -7,7 +7,7 @@
 #include <vector>
 
 // A small Objective-C runtime for Linux, in the place of the one of macOS: it runs the unmodified adapters in
-// tests. Clang writes the metadata of macOS into ELF files, and this reads it: classes, categories, protocols,
+// tests. Clang writes the metadata of macOS into ELF files, this reads it: classes, categories, protocols,
 // message sending with forwarding, reference counting with weak references and pools, blocks, associations.
 // A mistake that macOS would answer with a crash or an exception ends the process.
 //
@@ -24,8 +24,8 @@ std::size_t liveObjectCount();
 // Names of their classes, for a test's complaint.
 std::vector<const char*> liveObjectClasses();
 
-// The class of an object or class; of a Core Foundation object, the class that stands for it. Null for what is
-// no object that can be sent messages, as a block or a protocol.
+// The class of an object or class; of a Core Foundation object, the class that stands for it. Null for what
+// is no object that can be sent messages, as a block or a protocol.
 ClassRecord* classOf(const void* object);
 bool isObjectiveC(const void* object);
 bool isBlock(const void* object);
