@@ -43,41 +43,21 @@ std::string fileOf(const TemporaryFolder& folder, const std::string& content)
     return path;
 }
 
-TEST(PavoCommandLine, RefusesAPictureThatIsNone)
+class PavoWithACamera : public WholeCamera {};
+
+TEST_F(PavoWithACamera, SaysWhatIsWrongWithItsInputBeforeTheCameraHearsOfIt)
 {
     const TemporaryFolder folder;
     const std::string path = fileOf(folder, "This is no picture.");
     expectError("exec $PAVO send --png " + path, kFailure, "pavo send: no picture in " + path + ": ");
-    expectError("exec $PAVO send --png " + path + ".none", kFailure,
-                "pavo send: cannot open " + path + ".none: No such file or directory");
-}
-
-TEST(PavoCommandLine, RefusesAWrongSize)
-{
-    expectError("exec $PAVO send --size 640", kWrongUsage, "a size is WIDTHxHEIGHT, as 1280x720, not '640'");
-    expectError("exec $PAVO send --size 640x-1", kWrongUsage,
-                "a size is WIDTHxHEIGHT, as 1280x720, not '640x-1'");
-    expectError("exec $PAVO send --size 0x480", kWrongUsage, "both sides of a size are from 1 to");
-    expectError("exec $PAVO send --size 100000x480", kWrongUsage, "both sides of a size are from 1 to");
-}
-
-TEST(PavoCommandLine, RefusesARateThatIsNoNumber)
-{
-    for (const std::string rate : {"nan", "inf", "-1", "0", "1/0", "fast"})
-        expectError("exec $PAVO send --fps " + rate, kWrongUsage, "a frame rate is a number above 0");
-}
-
-TEST(PavoCommandLine, RefusesABundleThatIsNone)
-{
-    expectError("exec $PAVO camera --bundle /nowhere", 1, "pavo: cannot load the bundle /nowhere: ");
-}
-
-TEST(PavoCommandLine, SaysThatAnInputIsEmpty)
-{
+    expectError("exec $PAVO send - <" + path, kFailure, "pavo send: standard input is not YUV4MPEG2");
     expectError("exec $PAVO send - </dev/null", kFailure, "pavo send: standard input is empty");
+    expectError("exec $PAVO send --size 640", kWrongUsage, "a size is WIDTHxHEIGHT, as 1280x720, not '640'");
+    expectError("exec $PAVO send --size 100000x480", kWrongUsage, "both sides of a size are from 1 to");
+    EXPECT_EQ(camera().countWith("Received XPC connection"), 0U);
+    PavoProcess client = watch();
+    EXPECT_TRUE(seesPlaceholder(client));
 }
-
-class PavoWithACamera : public WholeCamera {};
 
 TEST_F(PavoWithACamera, SaysWhereAnInputEndsThatEndsInsideOfAFrame)
 {
