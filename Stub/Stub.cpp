@@ -49,7 +49,9 @@ int runStub(const std::string& bundlePath, void (*started)())
 
     const auto* entryPoint = loadEntryPoint(bundlePath);
     if (!entryPoint) return 1;
-    void* camera = entryPoint->init();
+    // Never taken apart, so it stays within reach to the end: what is out of reach counts as lost memory.
+    static void* camera = nullptr;
+    camera = entryPoint->init();
     entryPoint->start(camera);
     if (started) started();
 
