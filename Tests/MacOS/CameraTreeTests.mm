@@ -3,6 +3,7 @@
 #include "Bundle/mac/TWCMIOExtensionStubSupportEntryPointProtocol.h"
 #include "CMIOExtensionSupport/BidirectionalXPCServiceServer.h"
 #include "CMIOExtensionSupport/VideoFrameService.h"
+#include "PavoLoggingSupport/Logger.h"
 #include "Tests/MacOS/AdapterFixture.h"
 #include "Tests/MacOS/Producer.h"
 #include "Tests/Support/Wait.h"
@@ -234,7 +235,8 @@ TEST_F(CameraTree, SendsThePlaceholderWhileClientsStreamAndNobodyProduces)
     [stream() stopClient:client];
 
     // Covers the frame: fitted by width, cut off equally above and below.
-    EXPECT_EQ(calls(), (Strings{"filter CILanczosScaleTransform", "render 0,-60 1920x1200 into 1920x1080"}));
+    EXPECT_EQ(calls().at(calls().size() - 2), "filter CILanczosScaleTransform");
+    EXPECT_EQ(calls().back(), "render 0,-60 1920x1200 into 1920x1080");
     const auto sample = [stream() sentSamples].at(0);
     auto* const picture = CMSampleBufferGetImageBuffer(sample.sample.get());
     EXPECT_EQ(CVPixelBufferGetPixelFormatType(picture), OSType{kCVPixelFormatType_32BGRA});
@@ -353,6 +355,16 @@ TEST_F(CameraTree, LogsConstantFormatsOfItsOwnImageWithTheirArguments)
         EXPECT_EQ(message.itemCount, conversions) << message.format;
     }
     [stream() stopClient:objectsIn(stream().streamingClients)[0]];
+}
+
+TEST_F(CameraTree, LogsABareFormatWhereThereAreMoreThanFiveArguments)
+{
+    const auto logger = Logger::plugin("Test");
+    logger.log("%{public}d %{public}d %{public}d %{public}d %{public}d", 1, 2, 3, 4, 5);
+    logger.log("%{public}d %{public}d %{public}d %{public}d %{public}d %{public}d", 1, 2, 3, 4, 5, 6);
+    const auto messages = loggedMessages();
+    EXPECT_EQ(messages.at(messages.size() - 2).itemCount, 5);
+    EXPECT_EQ(messages.back().itemCount, 0);
 }
 
 TEST_F(CameraTree, LeavesNothingBehind)

@@ -44,7 +44,7 @@ namespace pavo::test {
 
 std::vector<NSXPCListener*> listeners();
 std::vector<NSXPCConnection*> connections();
-// Everything ends without telling anybody.
+// Everything that was resumed ends without telling anybody.
 void endAllXPC();
 
 }  // namespace pavo::test

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstring>
 #include <mutex>
 #include <string>
 
@@ -18,6 +19,7 @@ std::vector<__weak NSXPCConnection*> allConnections;
 // Resumed, and therefore kept.
 std::vector<id> kept;
 std::atomic<std::uint32_t> nextPort = 0x1200;
+constexpr NSInteger kInvalid = 4099;
 
 void keep(id object)
 {
@@ -100,20 +102,37 @@ std::vector<T> living(const WeakReferences& all)
 
 @end
 
-// What remoteObjectProxy gives: passes on what is of the interface's protocol, to the far end's object.
+// Takes the messages that reach nobody: those of the only service that may be absent.
+@interface PavoNobody : NSObject
+@end
+
+@implementation PavoNobody
+
+- (void)launchStudioIfNeeded
+{}
+
+- (void)getCommunicationVersionWithReply:(void (^)(std::uint64_t version))reply
+{}
+
+@end
+
+// What a connection gives as the far end's object: passes on what is of the interface's protocol. Without a far
+// end a message that wants a reply fails at once.
 @interface PavoRemoteProxy : NSObject
-- (instancetype)initWithConnection:(NSXPCConnection*)connection;
+- (instancetype)initWithConnection:(NSXPCConnection*)connection errorHandler:(void (^)(NSError*))errorHandler;
 - (id)forwardingTargetForSelector:(SEL)selector;
 @end
 
 @implementation PavoRemoteProxy {
     NSXPCConnection* _connection;
+    void (^_errorHandler)(NSError*);
 }
 
-- (instancetype)initWithConnection:(NSXPCConnection*)connection
+- (instancetype)initWithConnection:(NSXPCConnection*)connection errorHandler:(void (^)(NSError*))errorHandler
 {
     self = [super init];
     _connection = connection;
+    _errorHandler = errorHandler;
     return self;
 }
 
@@ -123,7 +142,11 @@ std::vector<T> living(const WeakReferences& all)
     if (!protocol || !objc::extendedTypes(protocol, sel_getName(selector)))
         objc::die("A message that the interface does not have: ", sel_getName(selector));
     pavo::test::recordCall(std::string("send ") + sel_getName(selector));
-    return _connection.peer;
+    if (const id peer = _connection.peer) return peer;
+    const bool hasReply = std::strstr(objc::extendedTypes(protocol, sel_getName(selector)), "@?");
+    if (hasReply && _errorHandler)
+        _errorHandler([NSError errorWithDomain:@"NSCocoaErrorDomain" code:kInvalid userInfo:nil]);
+    return [[PavoNobody alloc] init];
 }
 
 @end
@@ -194,12 +217,18 @@ std::vector<T> living(const WeakReferences& all)
 
 - (id)remoteObjectProxy
 {
-    return [[PavoRemoteProxy alloc] initWithConnection:self];
+    return [[PavoRemoteProxy alloc] initWithConnection:self errorHandler:nil];
 }
 
 - (id)remoteObjectProxyWithErrorHandler:(void (^)(NSError*))handler
 {
-    objc::die("Not used");
+    return [[PavoRemoteProxy alloc] initWithConnection:self errorHandler:handler];
+}
+
+- (id)synchronousRemoteObjectProxyWithErrorHandler:(void (^)(NSError*))handler
+{
+    pavo::test::recordCall("synchronousRemoteObjectProxy");
+    return [self remoteObjectProxyWithErrorHandler:handler];
 }
 
 - (pid_t)processIdentifier
@@ -298,6 +327,8 @@ std::vector<NSXPCConnection*> connections()
 void endAllXPC()
 {
     for (NSXPCConnection* const& connection : connections()) {
+        // One that was never resumed must have been let go by now.
+        if (!connection.isResumed) continue;
         connection.invalidationHandler = nil;
         connection.interruptionHandler = nil;
         [connection failWithInvalidation];
