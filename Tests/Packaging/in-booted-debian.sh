@@ -23,8 +23,12 @@ TimeoutStartSec=300
 WantedBy=default.target
 END
 ln -sf ../use-service.service "$folder/etc/systemd/system/multi-user.target.wants/"
-mountpoint -q /sys/fs/cgroup || mount -t cgroup2 none /sys/fs/cgroup
+# Where the container's keeper leaves its notes, which it wants in memory.
+mkdir -p /run/systemd && mount -t tmpfs tmpfs /run/systemd
+# Control groups of one hierarchy, whatever this machine uses itself.
+while mountpoint -q /sys/fs/cgroup; do umount -R /sys/fs/cgroup; done
+mount -t cgroup2 none /sys/fs/cgroup
 mkdir -p /sys/fs/cgroup/pavo-packaging
 echo $$ >/sys/fs/cgroup/pavo-packaging/cgroup.procs
-systemd-nspawn --quiet --boot --register=no --keep-unit --private-network --console=pipe \
-    --directory="$folder" --machine=pavo-packaging </dev/null
+systemd-nspawn --boot --register=no --keep-unit --private-network --console=read-only \
+    --directory="$folder" --machine=pavo-packaging -- --show-status=no </dev/null

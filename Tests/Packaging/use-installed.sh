@@ -3,13 +3,14 @@
 set -eu
 
 XDG_RUNTIME_DIR="$(mktemp -d)"
-export XDG_RUNTIME_DIR PIPEWIRE_REMOTE=pavo-0 PAVO_LOG=stderr
+export XDG_RUNTIME_DIR PAVO_LOG=stderr
 trap 'kill $camera 2>/dev/null || true; rm -rf "$XDG_RUNTIME_DIR"' EXIT
 cd "$XDG_RUNTIME_DIR"
 
 pavo --version
 pavo camera --json >started &
 camera=$!
+export PIPEWIRE_REMOTE=pavo-0
 timeout 30 sh -c 'until grep -q started started; do :; done'
 
 pavo view --snapshot placeholder.png
