@@ -43,6 +43,16 @@ protected:
         return installed::run(arguments);
     }
 
+    // How much a service with this text may do, by systemd's own scale.
+    double exposure(const std::string& text)
+    {
+        const auto outcome = analyze(text, {"--user", "--no-pager", "security", "--offline=yes"});
+        static const std::regex overall("Overall exposure level for pavo-camera.service: ([0-9.]+)");
+        std::smatch match;
+        EXPECT_TRUE(std::regex_search(outcome.text, match, overall)) << outcome.text;
+        return match.empty() ? 10 : std::stod(match[1]);
+    }
+
     const TemporaryFolder folder_;
 };
 
@@ -59,6 +69,13 @@ TEST_F(Service, WouldBeToldOfAWrongSetting)
     const auto outcome =
         analyze(unit() + "[Service]\nNoNewPrivilege=yes\n", {"--user", "--man=no", "verify"});
     EXPECT_THAT(outcome.text, HasSubstr("NoNewPrivilege"));
+}
+
+TEST_F(Service, MayDoLessThanPipeWire)
+{
+    const std::string pipeWire = readFile("/usr/lib/systemd/user/pipewire.service");
+    ASSERT_FALSE(pipeWire.empty());
+    EXPECT_LT(exposure(unit()), exposure(pipeWire));
 }
 
 TEST_F(Service, NamesItsManualPage)
