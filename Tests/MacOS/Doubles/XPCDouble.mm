@@ -116,8 +116,8 @@ std::vector<T> living(const WeakReferences& all)
 
 @end
 
-// What a connection gives as the far end's object: passes on what is of the interface's protocol. Without a far
-// end a message that wants a reply fails at once.
+// What a connection gives as the far end's object: passes on what is of the interface's protocol. Without a
+// far end a message that wants a reply fails at once.
 @interface PavoRemoteProxy : NSObject
 - (instancetype)initWithConnection:(NSXPCConnection*)connection errorHandler:(void (^)(NSError*))errorHandler;
 - (id)forwardingTargetForSelector:(SEL)selector;
