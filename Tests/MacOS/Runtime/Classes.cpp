@@ -83,16 +83,10 @@ void addClass(ClassRecord* type)
 
 __attribute__((constructor(101))) void load()
 {
-    for (auto** selector = __start_objc_selrefs; selector < __stop_objc_selrefs; ++selector)
-        *selector = uniqueSelector(*selector);
-    for (auto** type = __start_objc_classlist; type < __stop_objc_classlist; ++type)
-        addClass(*type);
-    for (auto** category = __start_objc_catlist; category < __stop_objc_catlist; ++category) {
-        addMethods((*category)->type, (*category)->instanceMethods);
-        addMethods((*category)->type->isa, (*category)->classMethods);
-    }
-    for (auto** protocol = __start_objc_protolist; protocol < __stop_objc_protolist; ++protocol)
-        tables().protocols.emplace((*protocol)->name, *protocol);
+    registerMetadata({{__start_objc_classlist, __stop_objc_classlist},
+                      {__start_objc_catlist, __stop_objc_catlist},
+                      {__start_objc_protolist, __stop_objc_protolist},
+                      {__start_objc_selrefs, __stop_objc_selrefs}});
 }
 
 // What the system's other language calls "Module.Name" in a table of protocols.
@@ -113,6 +107,20 @@ const char* typesIn(const MethodList* list, const char* selector)
 }
 
 }  // namespace
+
+void registerMetadata(const ImageMetadata& image)
+{
+    for (auto*& selector : image.selectors)
+        selector = uniqueSelector(selector);
+    for (auto* const type : image.classes)
+        addClass(type);
+    for (const auto* const category : image.categories) {
+        addMethods(category->type, category->instanceMethods);
+        addMethods(category->type->isa, category->classMethods);
+    }
+    for (auto* const protocol : image.protocols)
+        tables().protocols.emplace(protocol->name, protocol);
+}
 
 void die(const char* what, const char* first, const char* second)
 {

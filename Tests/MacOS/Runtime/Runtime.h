@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <span>
 #include <vector>
 
 // A small Objective-C runtime for Linux, in the place of the one of macOS: it runs the unmodified adapters in
@@ -18,6 +19,15 @@ namespace pavo::test::objc {
 struct Object {
     ClassRecord* isa;
 };
+
+// The lists of an image. Those of the program itself are registered before its first line runs.
+struct ImageMetadata {
+    std::span<ClassRecord*> classes;
+    std::span<CategoryRecord*> categories;
+    std::span<ProtocolRecord*> protocols;
+    std::span<const char*> selectors;
+};
+void registerMetadata(const ImageMetadata& image);
 
 // Objects and blocks on the heap that nobody has freed.
 std::size_t liveObjectCount();
