@@ -8,6 +8,7 @@
 set -eu
 folder="$1"
 cp "$(dirname "$0")/use-service.sh" "$folder/root/"
+rm -f "$folder/root/camera-works"
 cat >"$folder/etc/systemd/system/use-service.service" <<END
 [Unit]
 After=multi-user.target
@@ -28,7 +29,15 @@ mkdir -p /run/systemd && mount -t tmpfs tmpfs /run/systemd
 # Control groups of one hierarchy, whatever this machine uses itself.
 while mountpoint -q /sys/fs/cgroup; do umount -R /sys/fs/cgroup; done
 mount -t cgroup2 none /sys/fs/cgroup
-mkdir -p /sys/fs/cgroup/pavo-packaging
-echo $$ >/sys/fs/cgroup/pavo-packaging/cgroup.procs
+group="/sys/fs/cgroup/pavo-packaging-$$"
+leave_group() {
+    echo $$ >/sys/fs/cgroup/cgroup.procs
+    find "$group" -depth -type d -exec rmdir {} \;
+}
+mkdir "$group"
+trap leave_group EXIT
+echo $$ >"$group/cgroup.procs"
 systemd-nspawn --boot --register=no --keep-unit --private-network --console=read-only \
-    --directory="$folder" --machine=pavo-packaging -- --show-status=no </dev/null
+    --directory="$folder" --machine="pavo-packaging-$$" -- --show-status=no </dev/null
+# A container that was ended by somebody else ends as well as one that got this far.
+[ -e "$folder/root/camera-works" ]

@@ -23,6 +23,7 @@ fi
 
 if [ -z "$folder" ]; then
     folder="$(mktemp -d)"
+    chmod 755 "$folder"
     trap 'umount -R "$folder/proc" "$folder/dev" 2>/dev/null || true; rm -rf --one-file-system "$folder"' EXIT INT TERM
 fi
 
