@@ -6,22 +6,37 @@
 #include <poll.h>
 #include <string>
 #include <sys/eventfd.h>
+#include <thread>
 #include <utility>
 
 namespace pavo::tools {
 namespace {
 
-constexpr std::int32_t kTimeScale = 1'000'000'000;
-constexpr std::size_t kFramesUnderWay = 3;
-constexpr std::int64_t kLateNs = 100'000'000;
 constexpr std::int64_t kStatusEveryNs = 500'000'000;
 
-CMSampleTimingInfo timingNow(const FrameRate& rate)
+pavo_pixel_format formatOf(Packing packing)
 {
-    CMSampleTimingInfo timing = kCMTimingInfoInvalid;
-    timing.duration = CMTimeMakeWithSeconds(1 / rate.framesPerSecond(), kTimeScale);
-    timing.presentationTimeStamp = CMClockGetTime(CMClockGetHostTimeClock());
-    return timing;
+    switch (packing) {
+    case Packing::uyvy:
+        return PAVO_UYVY;
+    case Packing::yuy2:
+        return PAVO_YUY2;
+    case Packing::nv12:
+        return PAVO_NV12;
+    case Packing::i420:
+        return PAVO_I420;
+    case Packing::bgra:
+        break;
+    }
+    return PAVO_BGRA;
+}
+
+ImageView viewOf(const ProducerFrame& frame, const VideoFormat& format)
+{
+    ImageView view{format, {}};
+    for (std::size_t i = 0; i < frame.planeCount(); ++i)
+        view.planes[i] = {frame.plane(i).data, frame.plane(i).stride};
+    return view;
 }
 
 std::string describe(const VideoFormat& format, const FrameRate& rate)
@@ -41,61 +56,57 @@ FrameSender::FrameSender(FrameSource& source, const FrameRate& rate, Reporter& r
       rate_(rate),
       reporter_(reporter),
       stop_(stop),
-      link_(CameraLink::create(rate.framesPerSecond(), [this](const LinkEvent& event) { heard(event); })),
       connectedSignal_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {}
 
-FrameSender::~FrameSender()
+// Until the producer is closed.
+void FrameSender::listen(const Producer& producer)
 {
-    link_->stop();
+    for (;;) {
+        pavo_event event{};
+        const auto status = producer.nextEvent(event);
+        if (status == ProducerStatus::ok) report(event);
+        if (status == ProducerStatus::closed) return;
+    }
 }
 
-void FrameSender::heard(const LinkEvent& event)
+void FrameSender::report(const pavo_event& event)
 {
-    using Kind = LinkEvent::Kind;
-    switch (event.kind) {
-    case Kind::waiting:
+    const auto process = "process " + std::to_string(event.pid);
+    switch (event.type) {
+    case PAVO_EVENT_WAITING:
         reporter_.say("Waiting for the camera (\"pavo camera\" starts it)…");
         reporter_.emit({{"event", "waiting"}});
         break;
-    case Kind::connected:
-        forgetWatchers();
+    case PAVO_EVENT_CONNECTED:
         ::eventfd_write(connectedSignal_.get(), 1);
-        reporter_.say("Connected with the camera, process " + std::to_string(event.pid) + ". Sending " +
+        reporter_.say("Connected with the camera, " + process + ". Sending " +
                       describe(source_.format(), rate_) + ".");
         reporter_.emit({{"event", "connected"}, {"pid", event.pid}});
         break;
-    case Kind::lost:
-        forgetWatchers();
+    case PAVO_EVENT_LOST:
         reporter_.say("The camera has gone.");
         reporter_.emit({{"event", "lost"}});
         break;
-    case Kind::subscribed:
+    case PAVO_EVENT_SUBSCRIBED:
         reporter_.say("The camera wants frames.");
         reporter_.emit({{"event", "subscribed"}});
         break;
-    case Kind::unsubscribed:
+    case PAVO_EVENT_UNSUBSCRIBED:
         reporter_.say("The camera wants no frames: nobody watches.");
         reporter_.emit({{"event", "unsubscribed"}});
         break;
-    case Kind::watcherAdded:
-    case Kind::watcherRemoved: {
-        const bool isAdded = event.kind == Kind::watcherAdded;
-        const bool isNews = isAdded ? watchers_.insert(event.pid).second : watchers_.erase(event.pid) > 0;
-        watcherCount_ = watchers_.size();
-        if (!isNews) break;
-        reporter_.say("Process " + std::to_string(event.pid) +
-                      (isAdded ? " watches the camera." : " has stopped watching."));
-        reporter_.emit({{"event", isAdded ? "watcherAdded" : "watcherRemoved"}, {"pid", event.pid}});
+    case PAVO_EVENT_WATCHER_ADDED:
+        reporter_.say("Process " + std::to_string(event.pid) + " watches the camera.");
+        reporter_.emit({{"event", "watcherAdded"}, {"pid", event.pid}});
+        break;
+    case PAVO_EVENT_WATCHER_REMOVED:
+        reporter_.say("Process " + std::to_string(event.pid) + " has stopped watching.");
+        reporter_.emit({{"event", "watcherRemoved"}, {"pid", event.pid}});
+        break;
+    default:
         break;
     }
-    }
-}
-
-void FrameSender::forgetWatchers()
-{
-    watchers_.clear();
-    watcherCount_ = 0;
 }
 
 // False: a signal came first.
@@ -116,87 +127,80 @@ FrameOutcome FrameSender::leaveOut(std::uint64_t& count)
     return outcome;
 }
 
-FrameOutcome FrameSender::step()
+FrameOutcome FrameSender::step(const Producer& producer)
 {
-    if (!link_->isWanted()) {
-        underWay_.clear();
-        return leaveOut(leftOutUnwatched_);
-    }
-    const std::uint64_t generation = link_->generation();
-    const bool isNewCamera = std::exchange(poolGeneration_, generation) != generation;
-    if (!pool_ || isNewCamera) {
-        // A camera that died has taken its claims on the old surfaces with it, unreturned.
-        underWay_.clear();
-        pool_ = SurfacePool::create(source_.format());
-        if (!pool_)
-            return {FrameStatus::failed, "there are no surfaces for " + describe(source_.format(), rate_)};
-    }
-    const auto buffer = pool_->take();
-    if (!buffer) return leaveOut(leftOutRingFull_);
-    FrameOutcome outcome{};
-    {
-        const LockedPixels pixels(buffer.get(), source_.format());
-        outcome = source_.next(pixels.view());
-    }
-    if (outcome.status != FrameStatus::ready) return outcome;
-    link_->send(CVPixelBufferGetIOSurface(buffer.get()), timingNow(rate_));
-    underWay_.push_back(buffer);
-    if (underWay_.size() > kFramesUnderWay) underWay_.pop_front();
-    ++sent_;
+    ProducerStatus status{};
+    auto frame = producer.beginFrame(&status);
+    if (!frame) return leaveOut(status == ProducerStatus::ringFull ? leftOutRingFull_ : leftOutUnwatched_);
+    const auto outcome = source_.next(viewOf(*frame, source_.format()));
+    if (outcome.status == FrameStatus::ready) frame->send();
     return outcome;
+}
+
+bool FrameSender::sendAll(const Producer& producer, std::uint64_t frames)
+{
+    for (std::uint64_t index = 0; frames == 0 || index < frames; ++index) {
+        const auto dueNs = producer.nextFrameTime();
+        if (!dueNs || stop_.waitUntil(*dueNs)) return true;
+        const auto outcome = step(producer);
+        if (outcome.status == FrameStatus::failed) reporter_.error(outcome.problem);
+        if (outcome.status != FrameStatus::ready) return outcome.status != FrameStatus::failed;
+        showStatus(producer);
+    }
+    return true;
 }
 
 bool FrameSender::run(std::uint64_t frames)
 {
-    link_->start();
-    if (!waitForCamera()) return true;
-    startNs_ = monotonicNs();
-    std::int64_t beginNs = startNs_, beginIndex = 0;
-    bool isGood = true;
-    for (std::uint64_t index = 0; frames == 0 || index < frames; ++index) {
-        const std::int64_t dueNs = beginNs + rate_.dueNs(static_cast<std::int64_t>(index) - beginIndex);
-        if (stop_.waitUntil(dueNs)) break;
-        if (monotonicNs() - dueNs > kLateNs) {
-            beginNs = monotonicNs();
-            beginIndex = static_cast<std::int64_t>(index);
-        }
-        const auto outcome = step();
-        if (outcome.status == FrameStatus::failed) {
-            reporter_.error(outcome.problem);
-            isGood = false;
-        }
-        if (outcome.status != FrameStatus::ready) break;
-        showStatus();
+    const auto format = source_.format();
+    pavo_producer_config config =
+        PAVO_PRODUCER_CONFIG_INIT(formatOf(format.packing), format.width, format.height);
+    config.rate_numerator = rate_.numerator;
+    config.rate_denominator = rate_.denominator;
+    ProducerStatus status{};
+    const auto producer = Producer::open(config, &status);
+    if (!producer) {
+        reporter_.error("cannot send " + describe(format, rate_) + ": " + pavo::describe(status));
+        return false;
     }
-    link_->stop();
-    reportStatistics();
+    std::thread listener([this, &producer] { listen(*producer); });
+    bool isGood = true;
+    const bool wasThere = waitForCamera();
+    if (wasThere) {
+        startNs_ = monotonicNs();
+        isGood = sendAll(*producer, frames);
+    }
+    const std::uint64_t sent = producer->statistics().sent;
+    producer->close();
+    listener.join();
+    if (wasThere) reportStatistics(sent);
     return isGood;
 }
 
-void FrameSender::showStatus()
+void FrameSender::showStatus(const Producer& producer)
 {
     const std::int64_t now = monotonicNs();
     if (now < nextStatusNs_) return;
     nextStatusNs_ = now + kStatusEveryNs;
-    const char* state = !link_->isConnected() ? "no camera"
-                        : link_->isWanted()   ? "sending"
-                                              : "nobody watches";
-    reporter_.status(std::string(state) + ", " + std::to_string(watcherCount_) + " watching, " +
-                     std::to_string(sent_) + " frames sent");
+    const char* state = !producer.isConnected() ? "no camera"
+                        : producer.isWanted()   ? "sending"
+                                                : "nobody watches";
+    reporter_.status(std::string(state) + ", " + std::to_string(producer.watchers().size()) + " watching, " +
+                     std::to_string(producer.statistics().sent) + " frames sent");
 }
 
-void FrameSender::reportStatistics()
+void FrameSender::reportStatistics(std::uint64_t sent)
 {
     const double seconds = static_cast<double>(monotonicNs() - startNs_) / 1e9;
     std::array<char, 160> text{};
     std::snprintf(
         text.data(), text.size(),
         "Sent %llu frames in %.1f s; left out %llu that nobody watched and %llu for want of a free surface.",
-        static_cast<unsigned long long>(sent_), seconds, static_cast<unsigned long long>(leftOutUnwatched_),
+        static_cast<unsigned long long>(sent), seconds, static_cast<unsigned long long>(leftOutUnwatched_),
         static_cast<unsigned long long>(leftOutRingFull_));
     reporter_.say(text.data());
     reporter_.emit({{"event", "statistics"},
-                    {"sent", sent_},
+                    {"sent", sent},
                     {"leftOutUnwatched", leftOutUnwatched_},
                     {"leftOutRingFull", leftOutRingFull_},
                     {"seconds", seconds}});

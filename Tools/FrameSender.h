@@ -1,17 +1,13 @@
 #pragma once
 
-#include "Tools/CameraLink.h"
+#include "Platform/Support/UniqueFd.h"
 #include "Tools/FrameSource.h"
 #include "Tools/Reporter.h"
 #include "Tools/StopSignal.h"
-#include "Tools/SurfacePool.h"
 
-#include <atomic>
+#include <pavo/producer.hpp>
+
 #include <cstdint>
-#include <deque>
-#include <memory>
-#include <optional>
-#include <set>
 
 namespace pavo::tools {
 
@@ -22,42 +18,30 @@ namespace pavo::tools {
 // want frames, they are left out at the same pace.
 //
 // Ownership: borrows all that it is made with.
-// Threads:   run blocks the calling thread; what the camera says is reported from the link's queue.
+// Threads:   run blocks the calling thread; what the camera says is reported from a thread of its own.
 class FrameSender final {
 public:
     FrameSender(FrameSource& source, const FrameRate& rate, Reporter& reporter, const StopSignal& stop);
-    ~FrameSender();
 
     // Until `frames` have been taken from the source (0: no limit), it ends, or a signal comes. False: the
     // source failed, and that has been reported.
     bool run(std::uint64_t frames);
 
 private:
-    void heard(const LinkEvent& event);
-    void forgetWatchers();
+    void listen(const Producer& producer);
+    void report(const pavo_event& event);
     bool waitForCamera();
+    bool sendAll(const Producer& producer, std::uint64_t frames);
     FrameOutcome leaveOut(std::uint64_t& count);
-    FrameOutcome step();
-    void showStatus();
-    void reportStatistics();
+    FrameOutcome step(const Producer& producer);
+    void showStatus(const Producer& producer);
+    void reportStatistics(std::uint64_t sent);
 
     FrameSource& source_;
     const FrameRate rate_;
     Reporter& reporter_;
     const StopSignal& stop_;
-    const std::shared_ptr<CameraLink> link_;
     UniqueFd connectedSignal_;  // readable once the camera has been there
-
-    std::optional<SurfacePool> pool_;
-    std::uint64_t poolGeneration_ = 0;
-    // The latest frames stay in use here until the camera surely has them: a surface that is under way is in
-    // use by nobody else, and would be drawn over.
-    std::deque<cf::Ref<CVPixelBufferRef>> underWay_;
-
-    // The camera may tell of a process twice: as one that comes, and as one that is there.
-    std::set<std::int32_t> watchers_;  // used on the link's queue only
-    std::atomic<std::size_t> watcherCount_ = 0;
-    std::uint64_t sent_ = 0;
     std::uint64_t leftOutUnwatched_ = 0;
     std::uint64_t leftOutRingFull_ = 0;
     std::int64_t startNs_ = 0;

@@ -1,6 +1,5 @@
 #include "Tools/Arguments.h"
 #include "Tools/ByteReader.h"
-#include "Tools/CameraLink.h"
 #include "Tools/Commands.h"
 #include "Tools/FrameSender.h"
 #include "Tools/PatternSource.h"

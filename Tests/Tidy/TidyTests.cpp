@@ -66,6 +66,8 @@ const std::vector<std::string>& codeFolders()
                                                      "Platform",
                                                      "Frameworks",
                                                      "Bundle",
+                                                     "Examples",
+                                                     "Producer",
                                                      "Stub",
                                                      "Tools",
                                                      "Tests",

@@ -1,5 +1,7 @@
 #include "LogOutput.h"
 
+#include <os/log_printf.h>
+
 // The place in this file that calls the journal says nothing about where a message comes from.
 #define SD_JOURNAL_SUPPRESS_LOCATION
 #include <sys/syslog.h>
@@ -8,6 +10,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -56,10 +59,12 @@ int priorityOf(os_log_type_t type)
     return LOG_NOTICE;
 }
 
-bool isJournalWanted()
+std::atomic<bool> isStandardErrorTheFallback = true;
+
+bool isStandardErrorChosen()
 {
     const char* const choice = secure_getenv("PAVO_LOG");
-    return !(choice && std::string_view(choice) == "stderr") && access(kJournalSocket, F_OK) == 0;
+    return choice && std::string_view(choice) == "stderr";
 }
 
 bool sendToJournal(const os_log_s& log, os_log_type_t type, std::string_view message)
@@ -128,8 +133,14 @@ void writeToStandardError(const os_log_s& log, os_log_type_t type, std::string_v
 
 void write(const os_log_s& log, os_log_type_t type, std::string_view message)
 {
-    if (isJournalWanted() && sendToJournal(log, type, message)) return;
-    writeToStandardError(log, type, message);
+    const bool isChosen = isStandardErrorChosen();
+    if (!isChosen && access(kJournalSocket, F_OK) == 0 && sendToJournal(log, type, message)) return;
+    if (isChosen || isStandardErrorTheFallback) writeToStandardError(log, type, message);
 }
 
 }  // namespace pavo::oslog
+
+void os_log_set_standard_error_fallback(bool isWanted)
+{
+    pavo::oslog::isStandardErrorTheFallback = isWanted;
+}

@@ -259,4 +259,19 @@ TEST_F(Log, WritesToStandardErrorWhereTheJournalIsAbsentOrFails)
     EXPECT_THAT(journal.entries, SizeIs(1));
 }
 
+TEST_F(Log, LeavesStandardErrorAloneWhereThatIsAskedFor)
+{
+    useJournal();
+    journal.exists = false;
+    os_log_set_standard_error_fallback(false);
+    EXPECT_EQ(captured([this] { os_log_printf(log_, OS_LOG_TYPE_FAULT, "absent"); }), "");
+    setenv("PAVO_LOG", "stderr", 1);
+    EXPECT_THAT(captured([this] { os_log_printf(log_, OS_LOG_TYPE_DEFAULT, "chosen"); }),
+                MatchesRegex(".*\\] chosen\n"));
+    unsetenv("PAVO_LOG");
+    os_log_set_standard_error_fallback(true);
+    EXPECT_THAT(captured([this] { os_log_printf(log_, OS_LOG_TYPE_DEFAULT, "again"); }),
+                MatchesRegex(".*\\] again\n"));
+}
+
 }  // namespace
