@@ -1,7 +1,9 @@
 // A process with the camera's end of the frame service, to be killed. Wants frames from the beginning. Writes
-// "ready" when producers may dial, "frame at <rate>" when the first frame is there, and "many" at the hundredth.
+// "ready" when producers may dial, "frame at <rate>" with the first frame, and "many" at the hundredth.
 #include "Tests/Producer/CameraDouble.h"
 #include "Tests/Support/Wait.h"
+
+#include <os/log_printf.h>
 
 #include <chrono>
 #include <cstdio>
@@ -10,6 +12,7 @@
 int main(int argc, char** argv)
 {
     if (argc != 2) return 2;
+    os_log_set_standard_error_fallback(false);
     const auto camera = pavo::test::CameraDouble::create(argv[1]);
     camera->setSubscribed(true);
     const auto write = [](const std::string& line) {
