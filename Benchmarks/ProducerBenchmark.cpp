@@ -1,6 +1,6 @@
 // A producer at full size: draws every pixel of each frame and sends it at its pace to a camera in another
-// process, which keeps the latest surfaces in use. Says on one line of JSON how many frames were due, sent and
-// received, how late they began, what sending cost, and how busy the machine was otherwise.
+// process, which keeps the latest surfaces in use. Says on one line of JSON how many frames were due, sent
+// and received, how late they began, what sending cost, and how busy the machine was otherwise.
 //
 //     ProducerBenchmark [seconds [width height [frames per second]]]        60 3840 2160 60
 #include "Tests/Producer/CameraDouble.h"

@@ -1,5 +1,5 @@
-// What drawing and sending cost in memory. The test's own malloc counts for each thread; the library calls it,
-// as it calls any other.
+// What drawing and sending cost in memory. The test's own malloc counts for each thread; the library calls
+// it, as it calls any other.
 #include "Tests/Producer/ProducerFixture.h"
 #include "Tests/Support/Wait.h"
 
