@@ -70,7 +70,8 @@ void CameraLink::start()
         const auto link = weak.lock();
         return link ? link->dial() : nullptr;
     });
-    client->setOnGainedConnection([onQueue](const Client::RemoteObject&) { onQueue(&CameraLink::gained); });
+    client->setOnGainedConnection(
+        [onQueue](const Client::RemoteObject&) { onQueue(&CameraLink::useCamera); });
     client->setOnLostConnection([onQueue] { onQueue(&CameraLink::lost); });
     {
         const std::lock_guard lock(mutex_);
@@ -120,19 +121,23 @@ std::shared_ptr<xpc::Connection> CameraLink::dial()
     return connection;
 }
 
-void CameraLink::gained()
+void CameraLink::useCamera()
 {
     std::shared_ptr<Client> client;
+    std::uint64_t dialled = 0;
     {
         const std::lock_guard lock(mutex_);
         client = client_;
+        dialled = dialled_;
     }
-    // Read again here, where gains and losses come one after the other: what was gained may be lost by now.
+    // Read here, where gains and losses come one after the other: what was gained may be lost by now.
     auto camera = client ? client->remoteObject() : std::nullopt;
     const std::lock_guard lock(mutex_);
-    if (isStopped_) return;
+    // Of a connection that was made meanwhile there is still to be heard.
+    if (isStopped_ || dialled != dialled_) return;
     camera_ = std::move(camera);
-    if (camera_) camera_->send<&VideoFrameConsumerService::targetFPSChangedTo>(framesPerSecond_);
+    if (camera_ && std::exchange(announced_, dialled) != dialled)
+        camera_->send<&VideoFrameConsumerService::targetFPSChangedTo>(framesPerSecond_);
 }
 
 void CameraLink::lost()
@@ -165,6 +170,8 @@ void CameraLink::heard(std::uint64_t dialled, const pavo_event& event)
         if (connected_ != 0) disconnect();
         connected_ = dialled;
         hasSaidWaiting_ = false;
+        // The news that it was gained may come later than its first message.
+        useCamera();
         std::shared_ptr<xpc::Connection> connection;
         {
             const std::lock_guard lock(mutex_);

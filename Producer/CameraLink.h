@@ -50,7 +50,7 @@ private:
     // On the client's queue.
     std::shared_ptr<xpc::Connection> dial();
     // On the link's queue.
-    void gained();
+    void useCamera();
     void lost();
     void heard(std::uint64_t dialled, const pavo_event& event);
     void report(pavo_event_type type, std::int32_t pid = 0);
@@ -68,7 +68,8 @@ private:
     std::mutex mutex_;
     std::shared_ptr<Client> client_;
     std::weak_ptr<xpc::Connection> connection_;
-    std::uint64_t dialled_ = 0;  // how many connections were made
+    std::uint64_t dialled_ = 0;    // how many connections were made
+    std::uint64_t announced_ = 0;  // which one the rate was told on last
     bool isStopped_ = false;
     double framesPerSecond_;
     std::optional<Client::RemoteObject> camera_;
