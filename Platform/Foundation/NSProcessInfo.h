@@ -17,6 +17,9 @@ namespace ProcessInfo {
 // Version of the running operating system. On Linux: VERSION_ID of os-release, zeros where there is none.
 OperatingSystemVersion operatingSystemVersion();
 
+// The real user of this process (getuid); 0 is root.
+std::uint32_t userIdentifier();
+
 }  // namespace ProcessInfo
 
 }  // namespace ns

@@ -1,21 +1,18 @@
 #pragma once
 
-#include "Platform/Support/Ref.h"
-
-#include <CoreMedia/CoreMedia.h>
-#include <IOSurface/IOSurface.h>
+#include "Platform/XPC/XPCArgument.h"
+#include "Platform/XPC/XPCReply.h"
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string_view>
 #include <tuple>
 #include <type_traits>
 #include <utility>
-#include <variant>
 
 // Protocols: what two peers may send each other, declared once.
 //
@@ -29,17 +26,13 @@
 //         using Messages = xpc::Messages<xpc::Message<"switchOn:", &pavo::Lamp::switchOn>>;
 //     };
 //
-// All methods are one-way: they return nothing and have no reply.
+// Methods return nothing. One whose last parameter is a Reply is answered through it; all others are one-way.
 namespace xpc {
-
-// A value that can travel. Surfaces travel by reference: no pixel is copied.
-using Argument = std::variant<std::int32_t, bool, double, CMSampleTimingInfo, cf::Ref<IOSurfaceRef>>;
-// Index of each alternative of Argument.
-enum class ArgumentType : std::size_t { int32, boolean, real, sampleTiming, surface };
 
 struct MethodDescription {
     std::string_view selector;
-    std::span<const ArgumentType> arguments;
+    std::span<const ArgumentType> arguments;             // without the reply
+    std::optional<std::span<const ArgumentType>> reply;  // what the reply carries; none: one-way
 };
 
 // A protocol as data, for the code that carries messages without knowing the service.
@@ -48,8 +41,10 @@ struct ProtocolDescription {
     std::span<const ProtocolDescription* const> adopted;
     std::span<const MethodDescription> methods;  // its own, without those of adopted protocols
     // Calls the method of `object`, which must be of the described service. False where the protocol, with
-    // those that it adopts, has no such selector; the argument types must match the description.
-    bool (*invoke)(void* object, std::string_view selector, std::span<const Argument> arguments);
+    // those that it adopts, has no such selector; the argument types must match the description. `answer` is
+    // where the reply goes; a one-way method has no use for it.
+    bool (*invoke)(void* object, std::string_view selector, std::span<const Argument> arguments,
+                   const ReplySink& answer);
 
     // This protocol itself, or one that it adopts.
     bool conformsTo(const ProtocolDescription& other) const
@@ -81,37 +76,34 @@ struct Selector {
     char text[Size] = {};
 };
 
+// The parameters of a method, apart from the reply: `Reply` is void where there is none.
+template <typename Parameters>
+struct Split;
+template <>
+struct Split<std::tuple<>> {
+    using Arguments = std::tuple<>;
+    using Reply = void;
+};
+template <typename... R>
+struct Split<std::tuple<Reply<R...>>> {
+    using Arguments = std::tuple<>;
+    using Reply = xpc::Reply<R...>;
+};
+template <typename First, typename... Rest>
+struct Split<std::tuple<First, Rest...>> {
+    using Arguments = decltype(std::tuple_cat(
+        std::declval<std::tuple<First>>(), std::declval<typename Split<std::tuple<Rest...>>::Arguments>()));
+    using Reply = typename Split<std::tuple<Rest...>>::Reply;
+};
+
 template <typename Method>
 struct Signature;
 template <typename S, typename... A>
 struct Signature<void (S::*)(A...)> {
     using Service = S;
-    using Arguments = std::tuple<std::decay_t<A>...>;
+    using Arguments = typename Split<std::tuple<std::decay_t<A>...>>::Arguments;
+    using Reply = typename Split<std::tuple<std::decay_t<A>...>>::Reply;
 };
-
-// How a method's argument type travels. IOSurfaceRef is borrowed in a call, owned on the way.
-template <typename T>
-struct Travels {
-    using Stored = T;
-    static T unwrap(const T& stored) { return stored; }
-    static Argument wrap(const T& value) { return Argument(std::in_place_type<T>, value); }
-};
-template <>
-struct Travels<IOSurfaceRef> {
-    using Stored = cf::Ref<IOSurfaceRef>;
-    static IOSurfaceRef unwrap(const Stored& stored) { return stored.get(); }
-    static Argument wrap(IOSurfaceRef value) { return Argument(cf::retain(value)); }
-};
-
-template <typename Stored, std::size_t Index = 0>
-constexpr ArgumentType argumentType()
-{
-    static_assert(Index < std::variant_size_v<Argument>, "this type cannot travel in a message");
-    if constexpr (std::is_same_v<std::variant_alternative_t<Index, Argument>, Stored>)
-        return static_cast<ArgumentType>(Index);
-    else
-        return argumentType<Stored, Index + 1>();
-}
 
 template <auto Method>
 struct MethodTag {};
@@ -121,7 +113,9 @@ struct Message {
     using Tag = MethodTag<Method>;
     using Service = typename Signature<decltype(Method)>::Service;
     using Arguments = typename Signature<decltype(Method)>::Arguments;
+    using Reply = typename Signature<decltype(Method)>::Reply;
     static constexpr std::string_view selector = Name.view();
+    static constexpr bool hasReply = !std::is_void_v<Reply>;
 
     template <typename Tuple>
     struct Types;
@@ -130,14 +124,26 @@ struct Message {
         static constexpr std::array<ArgumentType, sizeof...(A)> value = {
             argumentType<typename Travels<A>::Stored>()...};
     };
-    static constexpr MethodDescription description{selector, Types<Arguments>::value};
-
-    static void invoke(Service& object, std::span<const Argument> arguments)
+    static constexpr std::optional<std::span<const ArgumentType>> replyTypes()
     {
-        [&]<std::size_t... I>(std::index_sequence<I...>) {
-            (object.*Method)(Travels<std::tuple_element_t<I, Arguments>>::unwrap(
-                std::get<typename Travels<std::tuple_element_t<I, Arguments>>::Stored>(arguments[I]))...);
-        }(std::make_index_sequence<std::tuple_size_v<Arguments>>{});
+        if constexpr (hasReply)
+            return Types<typename Reply::Values>::value;
+        else
+            return std::nullopt;
+    }
+    static constexpr MethodDescription description{selector, Types<Arguments>::value, replyTypes()};
+
+    static void invoke(Service& object, std::span<const Argument> arguments, const ReplySink& answer)
+    {
+        auto values = unwrapAll<Arguments>(arguments);
+        std::apply(
+            [&](auto&... value) {
+                if constexpr (hasReply)
+                    (object.*Method)(value..., Reply(answer));
+                else
+                    (object.*Method)(value...);
+            },
+            values);
     }
 };
 
@@ -160,9 +166,10 @@ struct Messages {
         return selector;
     }
     template <typename Service>
-    static bool invoke(Service& object, std::string_view selector, std::span<const Argument> arguments)
+    static bool invoke(Service& object, std::string_view selector, std::span<const Argument> arguments,
+                       const ReplySink& answer)
     {
-        return ((selector == Entries::selector && (Entries::invoke(object, arguments), true)) || ...);
+        return ((selector == Entries::selector && (Entries::invoke(object, arguments, answer), true)) || ...);
     }
 };
 
@@ -184,20 +191,23 @@ consteval std::string_view Adopts<Services...>::selectorOf()
 }
 
 template <typename Service>
-bool invokeService(Service& object, std::string_view selector, std::span<const Argument> arguments);
+bool invokeService(Service& object, std::string_view selector, std::span<const Argument> arguments,
+                   const ReplySink& answer);
 
 template <typename Service, typename... Adopted>
 bool invokeAdopted([[maybe_unused]] Service& object, [[maybe_unused]] std::string_view selector,
-                   [[maybe_unused]] std::span<const Argument> arguments, Adopts<Adopted...>)
+                   [[maybe_unused]] std::span<const Argument> arguments,
+                   [[maybe_unused]] const ReplySink& answer, Adopts<Adopted...>)
 {
-    return (invokeService<Adopted>(object, selector, arguments) || ...);
+    return (invokeService<Adopted>(object, selector, arguments, answer) || ...);
 }
 
 template <typename Service>
-bool invokeService(Service& object, std::string_view selector, std::span<const Argument> arguments)
+bool invokeService(Service& object, std::string_view selector, std::span<const Argument> arguments,
+                   const ReplySink& answer)
 {
-    return Protocol<Service>::Messages::template invoke<Service>(object, selector, arguments) ||
-           invokeAdopted<Service>(object, selector, arguments, typename Protocol<Service>::Adopts{});
+    return Protocol<Service>::Messages::template invoke<Service>(object, selector, arguments, answer) ||
+           invokeAdopted<Service>(object, selector, arguments, answer, typename Protocol<Service>::Adopts{});
 }
 
 template <typename Service>
@@ -216,8 +226,9 @@ const ProtocolDescription& describe()
     static const auto adopted = describeAdopted(typename Protocol<Service>::Adopts{});
     static const ProtocolDescription description{
         Protocol<Service>::name, adopted, Protocol<Service>::Messages::descriptions,
-        [](void* object, std::string_view selector, std::span<const Argument> arguments) {
-            return invokeService<Service>(*static_cast<Service*>(object), selector, arguments);
+        [](void* object, std::string_view selector, std::span<const Argument> arguments,
+           const ReplySink& answer) {
+            return invokeService<Service>(*static_cast<Service*>(object), selector, arguments, answer);
         }};
     return description;
 }

@@ -2,6 +2,8 @@
 
 #include "Platform/Foundation/linux/OSRelease.h"
 
+#include <unistd.h>
+
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -17,6 +19,11 @@ OperatingSystemVersion operatingSystemVersion()
         return versionFromOSRelease(std::string(std::istreambuf_iterator<char>(file), {}));
     }
     return {};
+}
+
+std::uint32_t userIdentifier()
+{
+    return ::getuid();
 }
 
 }  // namespace ns::ProcessInfo

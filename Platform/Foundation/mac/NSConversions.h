@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Foundation/NSData.h"
 #include "Platform/Foundation/NSError.h"
 #include "Platform/Foundation/NSUUID.h"
 
@@ -19,7 +20,11 @@ std::string toText(NSString* string);
 NSUUID* toObject(const UUID& uuid);
 UUID fromObject(NSUUID* uuid);
 
+NSData* toObject(const Data& data);
+Data toData(NSData* data);
+
 NSError* toObject(const Error& error);
+Error toError(NSError* error);
 // Tells the caller of a face why a call failed. Either may be null.
 void store(NSError* error, Error* result);
 

@@ -13,14 +13,30 @@ std::string toText(NSString* string)
     return text ? std::string(text) : std::string();
 }
 
+NSData* toObject(const Data& data)
+{
+    return [NSData dataWithBytes:data.data() length:data.size()];
+}
+
+Data toData(NSData* data)
+{
+    const auto* const bytes = static_cast<const std::byte*>(data.bytes);
+    return {bytes, bytes + data.length};
+}
+
 NSError* toObject(const Error& error)
 {
     return [NSError errorWithDomain:toObject(error.domain) code:error.code userInfo:nil];
 }
 
+Error toError(NSError* error)
+{
+    return {toText(error.domain), error.code};
+}
+
 void store(NSError* error, Error* result)
 {
-    if (error && result) *result = {toText(error.domain), error.code};
+    if (error && result) *result = toError(error);
 }
 
 }  // namespace ns

@@ -1,5 +1,6 @@
 #include "Platform/XPC/linux/PeerLink.h"
 
+#include "Platform/XPC/linux/Answer.h"
 #include "Platform/XPC/linux/WireLimits.h"
 #include "Platform/XPC/linux/XPCLog.h"
 
@@ -153,10 +154,36 @@ bool PeerLink::send(OutgoingMessage message)
     return true;
 }
 
+void PeerLink::answer(std::uint64_t cookie, const std::vector<Argument>* values)
+{
+    const std::lock_guard lock(mutex_);
+    const auto call = unansweredCalls_.extract(cookie);
+    if (call.empty()) return;
+    int error = 0;
+    const auto encoded = encodeAnswer(call.mapped().get(), values, error);
+    if (encoded) error = sd_bus_send(bus_, encoded.get(), nullptr);
+    if (error < 0 || hasQueueOverflown()) hasFailed_ = true;
+    updateWatch();
+}
+
 void PeerLink::close()
 {
     const std::lock_guard lock(mutex_);
     closeLocked();
+}
+
+void PeerLink::closeWhenSent()
+{
+    const std::lock_guard lock(mutex_);
+    observer_.reset();
+    // A paused link does not write either; what lies in it is not worth waking it up.
+    if (isClosed_ || hasSentAll() || token_ == IOThread::kNoToken) {
+        closeLocked();
+        return;
+    }
+    isClosing_ = true;
+    timeout_ = IOThread::Clock::now() + kClosingTimeout;
+    updateWatch();
 }
 
 void PeerLink::closeLocked()
@@ -164,6 +191,8 @@ void PeerLink::closeLocked()
     isClosed_ = true;
     if (token_ != IOThread::kNoToken) IOThread::shared().remove(std::exchange(token_, IOThread::kNoToken));
     waiting_.clear();
+    calls_.clear();
+    unansweredCalls_.clear();
     reader_.reset();
     surfaces_ = {};
     if (bus_) bus_ = sd_bus_close_unref(bus_);
@@ -201,16 +230,21 @@ void PeerLink::handleEvents(std::uint32_t)
         if (std::holds_alternative<Authenticated>(step)) observer->linkDidAuthenticate(self);
         if (auto* message = std::get_if<IncomingMessage>(&step))
             observer->linkDidReceive(self, std::move(*message));
+        if (auto* reply = std::get_if<IncomingReply>(&step))
+            observer->linkDidReceiveReply(self, std::move(*reply));
     }
     // What is left in the socket reports itself again.
 }
 
 PeerLink::Step PeerLink::advance()
 {
+    if (hasFailed_) return Lost{Loss::peerGone, "it does not take its answers"};
+    if (isTimedOut() && isClosing_) return Lost{Loss::peerGone, "it does not take the last messages"};
     if (isTimedOut())
         return Lost{isAuthenticated_ ? Loss::violation : Loss::peerGone,
                     isAuthenticated_ ? "a message never ended" : "it did not authenticate"};
-    return isAuthenticated_ ? advanceMessages() : advanceAuthentication();
+    if (!isAuthenticated_) return advanceAuthentication();
+    return isClosing_ ? advanceClosing() : advanceMessages();
 }
 
 bool PeerLink::isTimedOut() const
@@ -237,7 +271,7 @@ PeerLink::Step PeerLink::advanceAuthentication()
     if (sd_bus_is_ready(bus_) <= 0)
         return result == MessageReader::Result::complete ? Step(Ignored{}) : Step(Idle{});
     isAuthenticated_ = true;
-    timeout_ = IOThread::kNoDeadline;
+    if (!isClosing_) timeout_ = IOThread::kNoDeadline;
     for (; !waiting_.empty(); waiting_.pop_front())
         if (!write(waiting_.front())) return Lost{Loss::peerGone, ""};
     return Authenticated{};
@@ -264,6 +298,13 @@ PeerLink::Step PeerLink::advanceMessages()
     return step;
 }
 
+PeerLink::Step PeerLink::advanceClosing()
+{
+    BusMessage none;
+    const int processed = process(&none);
+    return processed < 0 || hasSentAll() ? Step(Lost{Loss::peerGone, ""}) : Step(Idle{});
+}
+
 PeerLink::Step PeerLink::takeMessage()
 {
     if (!feed()) return Lost{Loss::peerGone, "no room for its message"};
@@ -273,21 +314,62 @@ PeerLink::Step PeerLink::takeMessage()
     if (processed < 0) return Lost{Loss::violation, "broken message: " + errorText(processed)};
     // The library drops a broken message without a word.
     if (!hasParsed_) return Lost{Loss::violation, "broken message"};
-    // A ping, which the library has answered; or an answer or signal, which nobody waits for.
     std::uint8_t type = 0;
-    if (!message || sd_bus_message_get_type(message.get(), &type) < 0 || type != SD_BUS_MESSAGE_METHOD_CALL)
-        return hasQueueOverflown() ? Step(Lost{Loss::peerGone, "it does not read"}) : Step(Ignored{});
+    if (message && sd_bus_message_get_type(message.get(), &type) >= 0) {
+        if (type == SD_BUS_MESSAGE_METHOD_CALL) return takeCall(std::move(message));
+        if (type != SD_BUS_MESSAGE_SIGNAL) return takeReply(message.get());
+    }
+    // A ping, which the library has answered; or a signal, which nobody waits for.
+    return hasQueueOverflown() ? Step(Lost{Loss::peerGone, "it does not read"}) : Step(Ignored{});
+}
 
+PeerLink::Step PeerLink::takeCall(BusMessage message)
+{
     const auto observer = observer_.lock();
     auto decoded =
         decode(message.get(), reader_, observer ? observer->interfaceForPeer() : nullptr, surfaces_);
     if (auto* refusal = std::get_if<Refusal>(&decoded)) return Lost{Loss::violation, std::move(*refusal)};
-    // Every message is one-way. A peer that asks for an answer all the same gets an empty one.
-    if (sd_bus_message_get_expect_reply(message.get()) > 0) {
+    auto call = std::get<IncomingMessage>(std::move(decoded));
+    const bool wantsAnswer = sd_bus_message_get_expect_reply(message.get()) > 0;
+    if (call.method->reply) {
+        // Whoever calls without waiting for the answer gets none.
+        call.reply = [](std::span<const Argument>) {};
+        if (wantsAnswer && !keepForAnswer(std::move(message), call))
+            return Lost{Loss::violation, "too many calls wait for an answer, or two have one number"};
+    } else if (wantsAnswer) {
+        // A peer that asks for an answer to a one-way message gets an empty one.
         const int replied = sd_bus_reply_method_return(message.get(), "");
         if (replied < 0 || hasQueueOverflown()) return Lost{Loss::peerGone, "it does not read"};
     }
-    return std::get<IncomingMessage>(std::move(decoded));
+    return call;
+}
+
+bool PeerLink::keepForAnswer(BusMessage message, IncomingMessage& call)
+{
+    std::uint64_t cookie = 0;
+    if (unansweredCalls_.size() >= kMaxUnansweredCalls ||
+        sd_bus_message_get_cookie(message.get(), &cookie) < 0 ||
+        !unansweredCalls_.emplace(cookie, std::move(message)).second)
+        return false;
+    call.reply = [answer = std::make_shared<Answer>(weak_from_this(), cookie, *call.method)](
+                     std::span<const Argument> values) { answer->give(values); };
+    return true;
+}
+
+PeerLink::Step PeerLink::takeReply(sd_bus_message* message)
+{
+    std::uint64_t cookie = 0;
+    if (sd_bus_message_get_reply_cookie(message, &cookie) < 0) return Ignored{};
+    // An answer to nothing, and a second one, concern nobody.
+    const auto call = calls_.extract(cookie);
+    if (call.empty()) return Ignored{};
+    auto decoded = decodeAnswer(message, reader_, *call.mapped().method, surfaces_);
+    if (const auto* refusal = std::get_if<Refusal>(&decoded)) {
+        os_log_printf(log(), OS_LOG_TYPE_ERROR, "No reply of process %d: %.300s", processIdentifier_,
+                      refusal->c_str());
+        return IncomingReply{call.mapped().number, std::nullopt};
+    }
+    return IncomingReply{call.mapped().number, std::get<std::vector<Argument>>(std::move(decoded))};
 }
 
 PeerLink::Step PeerLink::lostOnRead(MessageReader::Result result) const
@@ -322,7 +404,9 @@ bool PeerLink::write(const OutgoingMessage& message)
 {
     int error = 0;
     const auto encoded = encode(bus_, message, error);
-    if (encoded) error = sd_bus_send(bus_, encoded.get(), nullptr);
+    std::uint64_t cookie = 0;
+    if (encoded) error = sd_bus_send(bus_, encoded.get(), message.call == kNoCall ? nullptr : &cookie);
+    if (error >= 0 && message.call != kNoCall) calls_[cookie] = {message.call, message.target.method};
     if (error == -EOPNOTSUPP || error == -EMFILE || error == -ENFILE || error == -EINVAL) {
         // The peer does not take descriptors, there are none, or there is no surface: it stays connected.
         os_log_printf(log(), OS_LOG_TYPE_ERROR, "Cannot send %s: %s",
@@ -346,13 +430,20 @@ bool PeerLink::hasQueueOverflown() const
     return sd_bus_get_n_queued_write(bus_, &queued) >= 0 && queued > kMaxQueuedMessages;
 }
 
+bool PeerLink::hasSentAll() const
+{
+    std::uint64_t queued = 0;
+    return isAuthenticated_ && sd_bus_get_n_queued_write(bus_, &queued) >= 0 && queued == 0;
+}
+
 void PeerLink::updateWatch()
 {
     if (token_ == IOThread::kNoToken) return;
     const int events = sd_bus_get_events(bus_);
+    const bool isReading = !isAuthenticated_ || !isClosing_;
     const bool hasMoreToWrite = events > 0 && (events & EPOLLOUT) != 0;
-    IOThread::shared().setEvents(token_, EPOLLIN | (hasMoreToWrite ? EPOLLOUT : 0U));
-    auto deadline = timeout_;
+    IOThread::shared().setEvents(token_, (isReading ? EPOLLIN : 0U) | (hasMoreToWrite ? EPOLLOUT : 0U));
+    auto deadline = hasFailed_ ? IOThread::Clock::now() : timeout_;
     std::uint64_t microseconds = 0;
     if (!isAuthenticated_ && sd_bus_get_timeout(bus_, &microseconds) > 0)
         deadline = std::min(deadline, IOThread::Clock::time_point(std::chrono::microseconds(

@@ -12,7 +12,9 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <unordered_map>
 #include <variant>
+#include <vector>
 
 namespace xpc {
 
@@ -37,6 +39,7 @@ public:
         // A server's link pauses itself before this: nothing is received until it is started again.
         virtual void linkDidAuthenticate(const std::shared_ptr<PeerLink>& link) = 0;
         virtual void linkDidReceive(const std::shared_ptr<PeerLink>& link, IncomingMessage message) = 0;
+        virtual void linkDidReceiveReply(const std::shared_ptr<PeerLink>& link, IncomingReply reply) = 0;
         virtual void linkWasLost(const std::shared_ptr<PeerLink>& link, Loss loss) = 0;
         // What the peer may send. Called with the link locked: must not call it.
         virtual const ProtocolDescription* interfaceForPeer() const = 0;
@@ -62,7 +65,13 @@ public:
     // False where the link is lost: its queue is full or its peer is gone. The caller closes it; no observer
     // is told. A message that cannot be made is logged and dropped.
     bool send(OutgoingMessage message);
+    // Answers a call of the peer, which has that number; none: tells it that there is no answer. Does nothing
+    // where the call has been answered, or the link is closed.
+    void answer(std::uint64_t cookie, const std::vector<Argument>* values);
     void close();
+    // Closes when the peer has taken what was sent, or does not take it. Reads nothing and tells nobody any
+    // more.
+    void closeWhenSent();
 
     std::int32_t processIdentifier() const { return processIdentifier_; }
 
@@ -76,20 +85,29 @@ private:
         Loss loss;
         std::string reason;  // empty: not worth a line
     };
-    using Step = std::variant<Idle, Ignored, Authenticated, IncomingMessage, Lost>;
+    using Step = std::variant<Idle, Ignored, Authenticated, IncomingMessage, IncomingReply, Lost>;
+    struct SentCall {
+        CallNumber number;
+        const MethodDescription* method;
+    };
 
     bool checkPeer();
     bool startBus();
     Step advance();
     Step advanceAuthentication();
     Step advanceMessages();
+    Step advanceClosing();
     Step takeMessage();
+    Step takeCall(BusMessage message);
+    Step takeReply(sd_bus_message* message);
+    bool keepForAnswer(BusMessage message, IncomingMessage& call);
     Step lostOnRead(MessageReader::Result result) const;
     bool feed() const;
     // Lets the library do what it can. Negative errno where the bus is done for.
     int process(BusMessage* message);
     bool write(const OutgoingMessage& message);
     bool hasQueueOverflown() const;
+    bool hasSentAll() const;
     void updateWatch();
     void closeLocked();
     bool isTimedOut() const;
@@ -104,11 +122,15 @@ private:
     pavo::UniqueFd feed_;  // to the library's input
     MessageReader reader_;
     SurfaceCache surfaces_;
-    std::deque<OutgoingMessage> waiting_;  // for the authentication
+    std::deque<OutgoingMessage> waiting_;                            // for the authentication
+    std::unordered_map<std::uint64_t, SentCall> calls_;              // ours, by their numbers on the bus
+    std::unordered_map<std::uint64_t, BusMessage> unansweredCalls_;  // the peer's, by theirs
     IOThread::Token token_ = IOThread::kNoToken;
     IOThread::Clock::time_point timeout_ = IOThread::kNoDeadline;
     bool isAuthenticated_ = false;
     bool hasParsed_ = false;  // the library has seen a message that it understands
+    bool isClosing_ = false;  // see closeWhenSent
+    bool hasFailed_ = false;  // while answering; reported on the I/O thread
     bool isClosed_ = false;
 };
 

@@ -1,13 +1,10 @@
 #include "Platform/XPC/linux/WireMessage.h"
 
 #include "Platform/Support/Fatal.h"
+#include "Platform/XPC/linux/BodyReader.h"
 #include "Platform/XPC/linux/WireLimits.h"
-#include "Platform/XPC/linux/WireNumber.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <optional>
-#include <string_view>
 
 namespace xpc {
 
@@ -40,6 +37,26 @@ int appendSurface(sd_bus_message* message, IOSurfaceRef surface)
     return sd_bus_message_append(message, "h", descriptor.get());
 }
 
+int appendData(sd_bus_message* message, const ns::Data& data)
+{
+    return sd_bus_message_append_array(message, 'y', data.data(), data.size());
+}
+
+int appendOptionalData(sd_bus_message* message, const std::optional<ns::Data>& data)
+{
+    int result = sd_bus_message_open_container(message, SD_BUS_TYPE_STRUCT, "bay");
+    if (result >= 0) result = sd_bus_message_append(message, "b", static_cast<int>(data.has_value()));
+    if (result >= 0) result = appendData(message, data.value_or(ns::Data()));
+    return result < 0 ? result : sd_bus_message_close_container(message);
+}
+
+int appendOptionalError(sd_bus_message* message, const std::optional<ns::Error>& error)
+{
+    const auto value = error.value_or(ns::Error());
+    return sd_bus_message_append(message, "(bsx)", static_cast<int>(error.has_value()), value.domain.c_str(),
+                                 value.code);
+}
+
 int append(sd_bus_message* message, const Argument& argument)
 {
     switch (static_cast<ArgumentType>(argument.index())) {
@@ -53,93 +70,36 @@ int append(sd_bus_message* message, const Argument& argument)
         return appendTiming(message, std::get<CMSampleTimingInfo>(argument));
     case ArgumentType::surface:
         return appendSurface(message, std::get<cf::Ref<IOSurfaceRef>>(argument).get());
+    case ArgumentType::uint64:
+        return sd_bus_message_append(message, "t", std::get<std::uint64_t>(argument));
+    case ArgumentType::string:
+        return sd_bus_message_append(message, "s", std::get<std::string>(argument).c_str());
+    case ArgumentType::data:
+        return appendData(message, std::get<ns::Data>(argument));
+    case ArgumentType::optionalData:
+        return appendOptionalData(message, std::get<std::optional<ns::Data>>(argument));
+    case ArgumentType::optionalError:
+        return appendOptionalError(message, std::get<std::optional<ns::Error>>(argument));
     }
     pavo::fatalError("Unknown argument type");
-}
-
-// Reads the arguments of a message from its bytes. Their types have one size each, so there is nothing to
-// parse; the library cannot read descriptors that it does not have.
-class BodyReader {
-public:
-    BodyReader(const MessageReader& raw, SurfaceCache& surfaces) : raw_(raw), surfaces_(surfaces) {}
-
-    // The bytes between two arguments, which have to be zero.
-    bool isPadding(std::size_t begin, std::size_t end) const
-    {
-        const auto bytes = raw_.body().subspan(begin, end - begin);
-        return std::all_of(bytes.begin(), bytes.end(), [](std::byte byte) { return byte == std::byte{0}; });
-    }
-
-    std::optional<Argument> read(ArgumentType type, std::size_t offset) const
-    {
-        switch (type) {
-        case ArgumentType::int32:
-            return number<std::int32_t>(offset);
-        case ArgumentType::boolean:
-            return readBoolean(offset);
-        case ArgumentType::real:
-            return number<double>(offset);
-        case ArgumentType::sampleTiming:
-            return CMSampleTimingInfo{readTime(offset), readTime(offset + kTimeBytes),
-                                      readTime(offset + 2 * kTimeBytes)};
-        case ArgumentType::surface:
-            return readSurface(offset);
-        }
-        pavo::fatalError("Unknown argument type");
-    }
-
-private:
-    static constexpr std::size_t kTimeBytes = 24;
-
-    template <typename Number>
-    Number number(std::size_t offset) const
-    {
-        return wireNumber<Number>(raw_.body().subspan(offset, sizeof(Number)), raw_.isBigEndian());
-    }
-
-    std::optional<Argument> readBoolean(std::size_t offset) const
-    {
-        const auto value = number<std::uint32_t>(offset);
-        if (value > 1) return std::nullopt;
-        return value == 1;
-    }
-
-    CMTime readTime(std::size_t offset) const
-    {
-        return CMTime{number<std::int64_t>(offset), number<std::int32_t>(offset + 8),
-                      number<std::uint32_t>(offset + 12), number<std::int64_t>(offset + 16)};
-    }
-
-    std::optional<Argument> readSurface(std::size_t offset) const
-    {
-        const auto index = number<std::uint32_t>(offset);
-        if (index >= raw_.descriptors().size()) return std::nullopt;
-        const auto port = static_cast<mach_port_t>(raw_.descriptors()[index].get());
-        auto surface = cf::adopt(IOSurfaceLookupFromMachPort(port));
-        if (!surface) return std::nullopt;
-        surfaces_.keep(surface);
-        return surface;
-    }
-
-    const MessageReader& raw_;
-    SurfaceCache& surfaces_;
-};
-
-const char* refusalOf(ArgumentType type)
-{
-    switch (type) {
-    case ArgumentType::boolean:
-        return "neither true nor false in a call of ";
-    case ArgumentType::surface:
-        return "no sound surface in a call of ";
-    default:
-        return "unreadable argument in a call of ";
-    }
 }
 
 std::string textOrNone(const char* text)
 {
     return text ? text : "(none)";
+}
+
+// `where` is "<in a call of or the like> <name>".
+std::variant<std::vector<Argument>, Refusal> readArguments(sd_bus_message* message, const MessageReader& raw,
+                                                           std::span<const ArgumentType> types,
+                                                           SurfaceCache& surfaces, const std::string& where)
+{
+    const auto signature = textOrNone(sd_bus_message_get_signature(message, 1));
+    if (signature != signatureOf(types)) return "wrong arguments " + where + ": " + signature;
+    BodyReader body(raw, surfaces);
+    auto arguments = body.readAll(types);
+    if (!arguments) return body.refusal() + (" " + where);
+    return *std::move(arguments);
 }
 
 }  // namespace
@@ -152,9 +112,22 @@ BusMessage encode(sd_bus* bus, const OutgoingMessage& message, int& error)
         sd_bus_message_new_method_call(bus, &made, nullptr, kObjectPath, std::string(protocol->name).c_str(),
                                        memberName(method->selector).c_str());
     BusMessage encoded(made);
-    if (error >= 0) error = sd_bus_message_set_expect_reply(encoded.get(), 0);
+    if (error >= 0) error = sd_bus_message_set_expect_reply(encoded.get(), message.call != kNoCall);
     for (const auto& argument : message.arguments)
         if (error >= 0) error = append(encoded.get(), argument);
+    if (error < 0) encoded.reset();
+    return encoded;
+}
+
+BusMessage encodeAnswer(sd_bus_message* call, const std::vector<Argument>* values, int& error)
+{
+    sd_bus_message* made = nullptr;
+    error = values ? sd_bus_message_new_method_return(call, &made)
+                   : sd_bus_message_new_method_errorf(call, &made, SD_BUS_ERROR_NO_REPLY, "No reply");
+    BusMessage encoded(made);
+    if (values)
+        for (const auto& value : *values)
+            if (error >= 0) error = append(encoded.get(), value);
     if (error < 0) encoded.reset();
     return encoded;
 }
@@ -171,25 +144,19 @@ std::variant<IncomingMessage, Refusal> decode(sd_bus_message* message, const Mes
     const auto target = findByMember(*exported, interface, member);
     if (!target) return "no method " + name;
 
-    const auto& types = target->method->arguments;
-    const auto layout = bodyLayoutOf(types);
-    const auto signature = textOrNone(sd_bus_message_get_signature(message, 1));
-    if (signature != signatureOf(types)) return "wrong arguments for " + name + ": " + signature;
-    if (raw.body().size() != (layout.empty() ? 0 : layout.back().end))
-        return "wrong size of the arguments for " + name;
+    auto arguments = readArguments(message, raw, target->method->arguments, surfaces, "in a call of " + name);
+    if (auto* refusal = std::get_if<Refusal>(&arguments)) return std::move(*refusal);
+    return IncomingMessage{target->method, std::get<std::vector<Argument>>(std::move(arguments)), {}};
+}
 
-    IncomingMessage call;
-    call.method = target->method;
-    const BodyReader body(raw, surfaces);
-    std::size_t end = 0;
-    for (std::size_t i = 0; i < types.size(); ++i) {
-        if (!body.isPadding(end, layout[i].begin)) return "padding that is not zero in a call of " + name;
-        auto argument = body.read(types[i], layout[i].begin);
-        if (!argument) return refusalOf(types[i]) + name;
-        call.arguments.push_back(std::move(*argument));
-        end = layout[i].end;
-    }
-    return call;
+std::variant<std::vector<Argument>, Refusal> decodeAnswer(sd_bus_message* message, const MessageReader& raw,
+                                                          const MethodDescription& method,
+                                                          SurfaceCache& surfaces)
+{
+    const auto where = "in the answer to " + std::string(method.selector);
+    if (sd_bus_message_is_method_error(message, nullptr) > 0)
+        return "an error " + where + ": " + textOrNone(sd_bus_message_get_error(message)->name);
+    return readArguments(message, raw, *method.reply, surfaces, where);
 }
 
 }  // namespace xpc

@@ -12,28 +12,36 @@ namespace xpc {
 
 namespace {
 
-struct WireType {
-    const char* signature;
-    std::size_t alignment;
-    std::size_t size;
-};
-
-// The size of a structure counts its inner padding: a time is 8 + 4 + 4 + 8 bytes, three times are 72.
-WireType wireTypeOf(ArgumentType type)
+const char* signatureOf(ArgumentType type)
 {
     switch (type) {
     case ArgumentType::int32:
-        return {"i", 4, 4};
+        return "i";
     case ArgumentType::boolean:
-        return {"b", 4, 4};
+        return "b";
     case ArgumentType::real:
-        return {"d", 8, 8};
+        return "d";
     case ArgumentType::sampleTiming:
-        return {"((xiux)(xiux)(xiux))", 8, 72};
+        return "((xiux)(xiux)(xiux))";
     case ArgumentType::surface:
-        return {"h", 4, 4};
+        return "h";
+    case ArgumentType::uint64:
+        return "t";
+    case ArgumentType::string:
+        return "s";
+    case ArgumentType::data:
+        return "ay";
+    case ArgumentType::optionalData:
+        return "(bay)";
+    case ArgumentType::optionalError:
+        return "(bsx)";
     }
     pavo::fatalError("Unknown argument type");
+}
+
+std::size_t surfaceCount(std::span<const ArgumentType> arguments)
+{
+    return static_cast<std::size_t>(std::count(arguments.begin(), arguments.end(), ArgumentType::surface));
 }
 
 }  // namespace
@@ -49,21 +57,8 @@ std::string signatureOf(std::span<const ArgumentType> arguments)
 {
     std::string signature;
     for (const auto type : arguments)
-        signature += wireTypeOf(type).signature;
+        signature += signatureOf(type);
     return signature;
-}
-
-std::vector<Extent> bodyLayoutOf(std::span<const ArgumentType> arguments)
-{
-    std::vector<Extent> layout;
-    std::size_t end = 0;
-    for (const auto argument : arguments) {
-        const auto type = wireTypeOf(argument);
-        const auto begin = (end + type.alignment - 1) / type.alignment * type.alignment;
-        end = begin + type.size;
-        layout.push_back({begin, end});
-    }
-    return layout;
 }
 
 std::optional<DeclaredMethod> findBySelector(const ProtocolDescription& protocol, std::string_view selector)
@@ -97,10 +92,10 @@ void requireWireNames(const ProtocolDescription& protocol)
                       "The selector cannot be a member name: " + std::string(method.selector));
         pavo::require(members.insert(member).second,
                       "Two selectors have one member name: " + std::string(method.selector));
-        const auto surfaces =
-            std::count(method.arguments.begin(), method.arguments.end(), ArgumentType::surface);
-        pavo::require(static_cast<std::size_t>(surfaces) <= kMaxMessageDescriptors,
+        pavo::require(surfaceCount(method.arguments) <= kMaxMessageDescriptors,
                       "The method has too many surfaces: " + std::string(method.selector));
+        pavo::require(!method.reply || surfaceCount(method.arguments) + surfaceCount(*method.reply) == 0,
+                      "A method with a reply cannot have surfaces: " + std::string(method.selector));
     }
     for (const auto* adopted : protocol.adopted)
         requireWireNames(*adopted);

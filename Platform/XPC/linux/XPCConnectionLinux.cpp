@@ -2,10 +2,12 @@
 
 #include "Platform/Support/Fatal.h"
 #include "Platform/XPC/linux/WireLimits.h"
+#include "Platform/XPC/linux/WireText.h"
 #include "Platform/XPC/linux/XPCListenerEndpointLinux.h"
 #include "Platform/XPC/linux/XPCLog.h"
 
 #include <servers/bootstrap.h>
+#include <servers/bootstrap_private.h>
 
 #include <algorithm>
 #include <utility>
@@ -24,15 +26,43 @@ bool fits(const MethodDescription& method, std::span<const Argument> arguments)
                       });
 }
 
-pavo::UniqueFd lookUp(const std::string& name)
+pavo::UniqueFd lookUp(const std::string& name, bool isPrivileged)
 {
     name_t buffer{};
     if (name.size() >= sizeof(buffer)) return {};
     std::copy(name.begin(), name.end(), buffer);
     mach_port_t port = MACH_PORT_NULL;
-    if (bootstrap_look_up(bootstrap_port, buffer, &port) != BOOTSTRAP_SUCCESS) return {};
+    const auto where = isPrivileged ? bootstrap_system_port() : bootstrap_port;
+    if (bootstrap_look_up(where, buffer, &port) != BOOTSTRAP_SUCCESS) return {};
     return pavo::UniqueFd(static_cast<int>(port));
 }
+
+ns::Error connectionError(std::int64_t code)
+{
+    return {ns::NSCocoaErrorDomain, code};
+}
+
+// Holds the outcome of a call for the thread that waits for it.
+class Rendezvous {
+public:
+    void put(Connection::Impl::Outcome outcome)
+    {
+        const std::lock_guard lock(mutex_);
+        outcome_ = std::move(outcome);
+        isThere_.notify_one();
+    }
+    Connection::Impl::Outcome take()
+    {
+        std::unique_lock lock(mutex_);
+        isThere_.wait(lock, [this] { return outcome_.has_value(); });
+        return *std::move(outcome_);
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable isThere_;
+    std::optional<Connection::Impl::Outcome> outcome_;
+};
 
 }  // namespace
 
@@ -43,9 +73,10 @@ std::shared_ptr<Connection> Connection::Impl::create(std::unique_ptr<Impl> impl)
     return connection;
 }
 
-Connection::Impl::Impl(std::string_view target)
+Connection::Impl::Impl(std::string_view target, ConnectionOptions options)
     : kind(Kind::named),
       name(target),
+      isPrivileged(options == ConnectionOptions::privileged),
       queue(dispatch::Queue::serial(kQueueLabel))
 {}
 
@@ -88,18 +119,42 @@ void Connection::Impl::invalidate()
 {
     const std::lock_guard lock(mutex);
     isInvalidated = true;
+    if (state == State::ended) return;
+    if (link && state == State::connected) std::exchange(link, nullptr)->closeWhenSent();
+    const bool isOnItsWay = state == State::connecting;
+    auto last = std::exchange(waiting, {});
     endLocked();
+    if (isOnItsWay) waiting = std::move(last);
+}
+
+// Anything but a method of the interface with its arguments is a programming error.
+DeclaredMethod Connection::Impl::targetLocked(std::string_view selector,
+                                              std::span<const Argument> arguments) const
+{
+    pavo::require(remoteInterface != nullptr, "A message needs a remote object interface");
+    const auto target = findBySelector(*remoteInterface, selector);
+    pavo::require(target.has_value(), "No such message: " + std::string(selector));
+    pavo::require(fits(*target->method, arguments), "Wrong arguments for " + std::string(selector));
+    return *target;
 }
 
 void Connection::Impl::send(std::string_view selector, std::span<const Argument> arguments)
 {
     const std::lock_guard lock(mutex);
-    pavo::require(remoteInterface != nullptr, "A message needs a remote object interface");
-    const auto target = findBySelector(*remoteInterface, selector);
-    pavo::require(target.has_value(), "No such message: " + std::string(selector));
-    pavo::require(fits(*target->method, arguments), "Wrong arguments for " + std::string(selector));
-    if (state == State::ended) return;
-    OutgoingMessage message{*target, {arguments.begin(), arguments.end()}};
+    const auto target = targetLocked(selector, arguments);
+    pavo::require(!target.method->reply, "A reply is missing for " + std::string(selector));
+    if (state != State::ended) sendLocked({target, {arguments.begin(), arguments.end()}});
+}
+
+void Connection::Impl::sendLocked(OutgoingMessage message)
+{
+    if (!canTravel(message.arguments)) {
+        os_log_printf(log(), OS_LOG_TYPE_ERROR, "Cannot put the arguments of %s in a message",
+                      std::string(message.target.method->selector).c_str());
+        if (const auto call = calls.extract(message.call); !call.empty())
+            call.mapped()(connectionError(ns::NSXPCConnectionReplyInvalid));
+        return;
+    }
     if (state == State::connected) {
         if (!link->send(std::move(message))) loseLinkLocked(PeerLink::Loss::peerGone);
         return;
@@ -113,6 +168,67 @@ void Connection::Impl::send(std::string_view selector, std::span<const Argument>
     }
 }
 
+std::optional<ns::Error> Connection::Impl::sendSynchronously(std::string_view selector,
+                                                             std::span<const Argument> arguments)
+{
+    send(selector, arguments);
+    connectNow();
+    std::unique_lock lock(mutex);
+    didConnect.wait(lock, [this] { return state != State::connecting; });
+    if (state == State::ended) return connectionError(ns::NSXPCConnectionInvalid);
+    if (state == State::interrupted) return connectionError(ns::NSXPCConnectionInterrupted);
+    return std::nullopt;
+}
+
+void Connection::Impl::call(std::string_view selector, std::span<const Argument> arguments, ReplySink reply)
+{
+    const std::lock_guard lock(mutex);
+    beginCallLocked(selector, arguments, [this, reply = std::move(reply)](Outcome outcome) {
+        auto* values = std::get_if<std::vector<Argument>>(&outcome);
+        if (!values) return;
+        dispatch::async(queue.get(),
+                        [reply, values = std::move(*values), connection = owner.lock()] { reply(values); });
+    });
+}
+
+Connection::Impl::Outcome Connection::Impl::callSynchronously(std::string_view selector,
+                                                              std::span<const Argument> arguments)
+{
+    const auto rendezvous = std::make_shared<Rendezvous>();
+    {
+        const std::lock_guard lock(mutex);
+        beginCallLocked(selector, arguments,
+                        [rendezvous](Outcome outcome) { rendezvous->put(std::move(outcome)); });
+    }
+    connectNow();
+    return rendezvous->take();
+}
+
+void Connection::Impl::beginCallLocked(std::string_view selector, std::span<const Argument> arguments,
+                                       const Completion& completion)
+{
+    const auto target = targetLocked(selector, arguments);
+    pavo::require(target.method->reply.has_value(), "There is no reply to " + std::string(selector));
+    if (state == State::ended) {
+        completion(connectionError(ns::NSXPCConnectionInvalid));
+        return;
+    }
+    const auto number = ++lastCall;
+    calls[number] = completion;
+    if (calls.size() <= kMaxUnansweredCalls) {
+        sendLocked({target, {arguments.begin(), arguments.end()}, number});
+        return;
+    }
+    os_log_printf(log(), OS_LOG_TYPE_ERROR, "Too many calls wait for their replies");
+    endLocked();
+}
+
+void Connection::Impl::failCallsLocked(std::int64_t code)
+{
+    for (const auto& [number, completion] : std::exchange(calls, {}))
+        completion(connectionError(code));
+}
+
 // On the queue, because it reads folders, and because a name that is missing must be reported later.
 void Connection::Impl::connectLocked()
 {
@@ -120,16 +236,47 @@ void Connection::Impl::connectLocked()
     dispatch::async(queue.get(), [connection = owner.lock()] { connection->impl().connect(); });
 }
 
+// For a thread that waits: the queue may be busy.
+void Connection::Impl::connectNow()
+{
+    {
+        const std::lock_guard lock(mutex);
+        if (state != State::connecting) return;
+    }
+    connect();
+}
+
 void Connection::Impl::connect()
 {
-    auto socket = kind == Kind::named ? lookUp(name) : connectTo(*endpoint);
+    {
+        const std::lock_guard lock(mutex);
+        const bool hasLastMessages = state == State::ended && !waiting.empty();
+        if (isLookingUp || (state != State::connecting && !hasLastMessages)) return;
+        isLookingUp = true;
+    }
+    auto socket = kind == Kind::named ? lookUp(name, isPrivileged) : connectTo(*endpoint);
     auto newLink = socket.isValid() ? PeerLink::create(std::move(socket), PeerLink::Role::client) : nullptr;
     const std::lock_guard lock(mutex);
-    if (state != State::connecting) return;
-    if (newLink)
+    isLookingUp = false;
+    if (state != State::connecting)
+        sendLastMessagesLocked(newLink);
+    else if (newLink)
         useLinkLocked(std::move(newLink));
     else
         endLocked();
+    didConnect.notify_all();
+}
+
+// What was sent before the connection was invalidated, which then had no link yet.
+void Connection::Impl::sendLastMessagesLocked(const std::shared_ptr<PeerLink>& newLink)
+{
+    const bool hasMessages = std::any_of(waiting.begin(), waiting.end(),
+                                         [](const auto& message) { return message.call == kNoCall; });
+    bool isAlive = newLink && hasMessages && newLink->start();
+    for (; isAlive && !waiting.empty(); waiting.pop_front())
+        if (waiting.front().call == kNoCall) isAlive = newLink->send(std::move(waiting.front()));
+    waiting.clear();
+    if (isAlive) newLink->closeWhenSent();
 }
 
 void Connection::Impl::useLinkLocked(std::shared_ptr<PeerLink> newLink)
@@ -153,6 +300,7 @@ void Connection::Impl::loseLinkLocked(PeerLink::Loss loss)
     link->close();
     link.reset();
     waiting.clear();
+    failCallsLocked(ns::NSXPCConnectionInterrupted);
     dispatch::async(queue.get(), [connection = owner.lock()] {
         auto& impl = connection->impl();
         std::function<void()> handler;
@@ -171,6 +319,8 @@ void Connection::Impl::endLocked()
     if (link) link->close();
     link.reset();
     waiting.clear();
+    failCallsLocked(ns::NSXPCConnectionInvalid);
+    didConnect.notify_all();
     // What arrived before is delivered first: the queue is serial.
     dispatch::async(queue.get(), [connection = owner.lock()] { connection->impl().finish(); });
 }
@@ -213,6 +363,18 @@ void Connection::Impl::linkDidReceive(const std::shared_ptr<PeerLink>& from, Inc
     });
 }
 
+void Connection::Impl::linkDidReceiveReply(const std::shared_ptr<PeerLink>& from, IncomingReply reply)
+{
+    const std::lock_guard lock(mutex);
+    if (from != link) return;
+    const auto call = calls.extract(reply.call);
+    if (call.empty()) return;
+    if (reply.values)
+        call.mapped()(*std::move(reply.values));
+    else
+        call.mapped()(connectionError(ns::NSXPCConnectionReplyInvalid));
+}
+
 void Connection::Impl::linkWasLost(const std::shared_ptr<PeerLink>& lost, PeerLink::Loss loss)
 {
     const std::lock_guard lock(mutex);
@@ -248,16 +410,16 @@ bool Connection::Impl::invoke(const IncomingMessage& message)
     }
     const auto* method = object.protocol->method(selector);
     if (!method || !fits(*method, message.arguments) ||
-        !object.protocol->invoke(object.object.get(), selector, message.arguments)) {
+        !object.protocol->invoke(object.object.get(), selector, message.arguments, message.reply)) {
         os_log_printf(log(), OS_LOG_TYPE_ERROR, "The exported object has no %s", selector.c_str());
         return false;
     }
     return true;
 }
 
-std::shared_ptr<Connection> Connection::withMachServiceName(std::string_view name)
+std::shared_ptr<Connection> Connection::withMachServiceName(std::string_view name, ConnectionOptions options)
 {
-    return Impl::create(std::make_unique<Impl>(name));
+    return Impl::create(std::make_unique<Impl>(name, options));
 }
 
 std::shared_ptr<Connection> Connection::withListenerEndpoint(const ListenerEndpoint& endpoint)
@@ -317,6 +479,12 @@ Proxy Connection::remoteObjectProxy()
     return Proxy(shared_from_this(), impl_->remoteInterface);
 }
 
+Proxy Connection::synchronousRemoteObjectProxyWithErrorHandler(Proxy::ErrorHandler errorHandler)
+{
+    const std::lock_guard lock(impl_->mutex);
+    return Proxy(shared_from_this(), impl_->remoteInterface, std::move(errorHandler));
+}
+
 std::int32_t Connection::processIdentifier() const
 {
     const std::lock_guard lock(impl_->mutex);
@@ -325,7 +493,25 @@ std::int32_t Connection::processIdentifier() const
 
 void Proxy::send(std::string_view selector, std::span<const Argument> arguments) const
 {
-    connection_->impl().send(selector, arguments);
+    if (!isSynchronous_) {
+        connection_->impl().send(selector, arguments);
+        return;
+    }
+    const auto error = connection_->impl().sendSynchronously(selector, arguments);
+    if (error && errorHandler_) errorHandler_(*error);
+}
+
+void Proxy::call(std::string_view selector, std::span<const Argument> arguments, ReplySink reply) const
+{
+    if (!isSynchronous_) {
+        connection_->impl().call(selector, arguments, std::move(reply));
+        return;
+    }
+    const auto outcome = connection_->impl().callSynchronously(selector, arguments);
+    if (const auto* values = std::get_if<std::vector<Argument>>(&outcome))
+        reply(*values);
+    else if (errorHandler_)
+        errorHandler_(std::get<ns::Error>(outcome));
 }
 
 }  // namespace xpc

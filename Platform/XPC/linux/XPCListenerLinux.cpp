@@ -128,6 +128,11 @@ void Listener::Impl::linkDidReceive(const std::shared_ptr<PeerLink>& link, Incom
     link->close();
 }
 
+void Listener::Impl::linkDidReceiveReply(const std::shared_ptr<PeerLink>& link, IncomingReply)
+{
+    link->close();
+}
+
 void Listener::Impl::linkWasLost(const std::shared_ptr<PeerLink>& link, PeerLink::Loss)
 {
     forget(link);

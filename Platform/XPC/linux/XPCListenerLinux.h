@@ -25,6 +25,7 @@ struct Listener::Impl final : EventHandler, PeerLink::Observer {
     void handleEvents(std::uint32_t events) override;
     void linkDidAuthenticate(const std::shared_ptr<PeerLink>& link) override;
     void linkDidReceive(const std::shared_ptr<PeerLink>& link, IncomingMessage message) override;
+    void linkDidReceiveReply(const std::shared_ptr<PeerLink>& link, IncomingReply reply) override;
     void linkWasLost(const std::shared_ptr<PeerLink>& link, PeerLink::Loss loss) override;
     const ProtocolDescription* interfaceForPeer() const override { return nullptr; }
 

@@ -34,15 +34,27 @@ void (^blockOf(std::function<void()> handler))(void)
 
 void Proxy::send(std::string_view selector, std::span<const Argument> arguments) const
 {
+    call(selector, arguments, {});
+}
+
+void Proxy::call(std::string_view selector, std::span<const Argument> arguments, ReplySink reply) const
+{
     pavo::require(protocol_ != nullptr, "A message needs a remote object interface");
-    const bool isKnown = runtimeProtocol(*protocol_)
-                             .send(connection_->impl().connection.remoteObjectProxy, selector, arguments);
+    NSXPCConnection* const connection = connection_->impl().connection;
+    const id target = isSynchronous_
+                          ? [connection synchronousRemoteObjectProxyWithErrorHandler:^(NSError* error) {
+                              if (errorHandler_) errorHandler_(ns::toError(error));
+                            }]
+                          : connection.remoteObjectProxy;
+    const bool isKnown = runtimeProtocol(*protocol_).send(target, selector, arguments, std::move(reply));
     pavo::require(isKnown, "No such message: " + std::string(selector));
 }
 
-std::shared_ptr<Connection> Connection::withMachServiceName(std::string_view name)
+std::shared_ptr<Connection> Connection::withMachServiceName(std::string_view name, ConnectionOptions options)
 {
-    return makeConnection([[NSXPCConnection alloc] initWithMachServiceName:ns::toObject(name) options:0]);
+    return makeConnection([[NSXPCConnection alloc]
+        initWithMachServiceName:ns::toObject(name)
+                        options:static_cast<NSXPCConnectionOptions>(options)]);
 }
 
 std::shared_ptr<Connection> Connection::withListenerEndpoint(const ListenerEndpoint& endpoint)
@@ -100,6 +112,11 @@ void Connection::invalidate()
 Proxy Connection::remoteObjectProxy()
 {
     return {shared_from_this(), impl_->remoteInterface};
+}
+
+Proxy Connection::synchronousRemoteObjectProxyWithErrorHandler(Proxy::ErrorHandler errorHandler)
+{
+    return {shared_from_this(), impl_->remoteInterface, std::move(errorHandler)};
 }
 
 std::int32_t Connection::processIdentifier() const

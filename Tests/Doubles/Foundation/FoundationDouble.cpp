@@ -13,6 +13,7 @@ const std::string kMainBundlePath = "/bundles/main";
 struct State {
     std::map<std::string, std::string> identifiers;  // by bundle path
     ns::OperatingSystemVersion version;
+    std::uint32_t userIdentifier = 1000;
     std::optional<std::string> resourcePath;
     std::vector<pavo::test::ResourceRequest> requests;
 };
@@ -65,6 +66,12 @@ void setOperatingSystemVersion(ns::OperatingSystemVersion version)
     state().version = version;
 }
 
+void setUserIdentifier(std::uint32_t identifier)
+{
+    const std::lock_guard lock(mutex);
+    state().userIdentifier = identifier;
+}
+
 void setResourcePath(std::optional<std::string> path)
 {
     const std::lock_guard lock(mutex);
@@ -109,6 +116,12 @@ OperatingSystemVersion ProcessInfo::operatingSystemVersion()
 {
     const std::lock_guard lock(mutex);
     return state().version;
+}
+
+std::uint32_t ProcessInfo::userIdentifier()
+{
+    const std::lock_guard lock(mutex);
+    return state().userIdentifier;
 }
 
 }  // namespace ns

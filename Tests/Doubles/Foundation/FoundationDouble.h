@@ -2,13 +2,15 @@
 
 #include "Platform/Foundation/NSProcessInfo.h"
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 // Stands in for Foundation: bundles and the system's version are what a test says. Everything is safe from
-// any thread. resetFoundationDouble() restores the beginning: no identifiers, no resources, version zero.
+// any thread. resetFoundationDouble() restores the beginning: no identifiers, no resources, version zero,
+// user 1000.
 namespace pavo::test {
 
 void resetFoundationDouble();
@@ -17,6 +19,7 @@ void setMainBundleIdentifier(std::optional<std::string> identifier);
 // For the bundle of the class with that name. The bundle path of such a class is "/bundles/<name>".
 void setBundleIdentifierForClass(std::string_view className, std::optional<std::string> identifier);
 void setOperatingSystemVersion(ns::OperatingSystemVersion version);
+void setUserIdentifier(std::uint32_t identifier);
 // What every bundle answers when it is asked for a resource.
 void setResourcePath(std::optional<std::string> path);
 

@@ -12,6 +12,9 @@ std::mutex observerMutex;
 std::function<void(const std::string&)> callObserver;
 std::mutex listenerMutex;
 std::vector<std::weak_ptr<Listener>> listeners;
+std::mutex serviceMutex;
+test::Service service;
+std::vector<std::shared_ptr<test::Peer>> dialledPeers;
 
 void tellObserver(const std::string& call)
 {
@@ -27,6 +30,7 @@ void tellObserver(const std::string& call)
 
 struct Connection::Impl {
     const ProtocolDescription* actualProtocol = nullptr;
+    std::weak_ptr<test::Peer> dialledPeer;
 
     mutable std::mutex mutex;
     std::vector<std::string> calls;
@@ -44,6 +48,24 @@ struct Connection::Impl {
         const std::lock_guard lock(mutex);
         calls.push_back(call);
     }
+    void recordSent(test::SentMessage message)
+    {
+        const std::lock_guard lock(mutex);
+        sent.push_back(std::move(message));
+    }
+    // What the service says to a message through a synchronous proxy.
+    test::Answer ask(const test::SentMessage& message)
+    {
+        recordSent(message);
+        decltype(service.answer) answer;
+        {
+            const std::lock_guard lock(serviceMutex);
+            answer = service.answer;
+        }
+        const auto peer = dialledPeer.lock();
+        if (!answer || !peer) return ns::Error{ns::NSCocoaErrorDomain, ns::NSXPCConnectionInvalid};
+        return answer(*peer, message);
+    }
     void drop()
     {
         // Destroyed after the lock is given back: what they keep may come back here.
@@ -59,6 +81,21 @@ struct Connection::Impl {
 
 Connection::Connection(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
 Connection::~Connection() = default;
+
+std::shared_ptr<Connection> Connection::withMachServiceName(std::string_view name, ConnectionOptions options)
+{
+    std::shared_ptr<test::Peer> peer;
+    {
+        const std::lock_guard lock(serviceMutex);
+        peer = std::make_shared<test::Peer>(service.actualProtocol);
+        dialledPeers.push_back(peer);
+    }
+    auto& impl = peer->connection()->impl();
+    impl.dialledPeer = peer;
+    impl.record("withMachServiceName " + std::string(name) +
+                (options == ConnectionOptions::privileged ? " privileged" : ""));
+    return peer->connection();
+}
 
 void Connection::setRemoteObjectInterface(const ProtocolDescription& protocol)
 {
@@ -83,14 +120,14 @@ void Connection::setExportedObject(ExportedObject object)
 
 void Connection::setInvalidationHandler(std::function<void()> handler)
 {
-    impl_->record("setInvalidationHandler");
+    impl_->record(handler ? "setInvalidationHandler" : "setInvalidationHandler none");
     const std::lock_guard lock(impl_->mutex);
     impl_->invalidationHandler.swap(handler);
 }
 
 void Connection::setInterruptionHandler(std::function<void()> handler)
 {
-    impl_->record("setInterruptionHandler");
+    impl_->record(handler ? "setInterruptionHandler" : "setInterruptionHandler none");
     const std::lock_guard lock(impl_->mutex);
     impl_->interruptionHandler.swap(handler);
 }
@@ -114,11 +151,38 @@ Proxy Connection::remoteObjectProxy()
     return {shared_from_this(), impl_->actualProtocol ? impl_->actualProtocol : impl_->remoteInterface};
 }
 
+Proxy Connection::synchronousRemoteObjectProxyWithErrorHandler(Proxy::ErrorHandler errorHandler)
+{
+    impl_->record("synchronousRemoteObjectProxyWithErrorHandler");
+    const std::lock_guard lock(impl_->mutex);
+    return {shared_from_this(), impl_->actualProtocol ? impl_->actualProtocol : impl_->remoteInterface,
+            std::move(errorHandler)};
+}
+
 void Proxy::send(std::string_view selector, std::span<const Argument> arguments) const
 {
-    auto& impl = connection_->impl();
-    const std::lock_guard lock(impl.mutex);
-    impl.sent.push_back({std::string(selector), {arguments.begin(), arguments.end()}});
+    const test::SentMessage message{std::string(selector), {arguments.begin(), arguments.end()}};
+    if (!isSynchronous_) {
+        connection_->impl().recordSent(message);
+        return;
+    }
+    const auto answer = connection_->impl().ask(message);
+    const auto* error = std::get_if<ns::Error>(&answer);
+    if (error && errorHandler_) errorHandler_(*error);
+}
+
+void Proxy::call(std::string_view selector, std::span<const Argument> arguments, ReplySink reply) const
+{
+    const test::SentMessage message{std::string(selector), {arguments.begin(), arguments.end()}};
+    if (!isSynchronous_) {
+        connection_->impl().recordSent(message);
+        return;
+    }
+    const auto answer = connection_->impl().ask(message);
+    if (const auto* values = std::get_if<std::vector<Argument>>(&answer))
+        reply(*values);
+    else if (errorHandler_)
+        errorHandler_(std::get<ns::Error>(answer));
 }
 
 struct Listener::Impl {
@@ -233,7 +297,7 @@ bool Peer::deliver(std::string_view selector, std::span<const Argument> argument
             return false;
         receiver = impl.exported;
     }
-    return receiver.object && receiver.protocol->invoke(receiver.object.get(), selector, arguments);
+    return receiver.object && receiver.protocol->invoke(receiver.object.get(), selector, arguments, {});
 }
 
 void Peer::failWithInvalidation()
@@ -257,6 +321,18 @@ void Peer::failWithInterruption()
         handler = connection_->impl().interruptionHandler;
     }
     if (handler) handler();
+}
+
+void setService(Service newService)
+{
+    const std::lock_guard lock(serviceMutex);
+    service = std::move(newService);
+}
+
+std::vector<std::shared_ptr<Peer>> takeDialledPeers()
+{
+    const std::lock_guard lock(serviceMutex);
+    return std::exchange(dialledPeers, {});
 }
 
 std::vector<std::shared_ptr<Listener>> liveListeners()

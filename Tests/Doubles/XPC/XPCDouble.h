@@ -8,10 +8,12 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <variant>
 #include <vector>
 
 // In place of the XPC face: listeners and connections without any peer process. The test plays the far end,
-// on its own thread; nothing happens by itself. Safe to use from several threads at once.
+// on its own thread; nothing happens by itself, except that the service answers what comes through a
+// synchronous proxy. Safe to use from several threads at once.
 namespace xpc::test {
 
 struct SentMessage {
@@ -39,7 +41,9 @@ public:
 
     // What the near end did with the connection so far, in order: "setRemoteObjectInterface <protocol>",
     // "setExportedInterface <protocol>", "setExportedObject", "setExportedObject none",
-    // "setInvalidationHandler", "setInterruptionHandler", "resume", "remoteObjectProxy", "invalidate".
+    // "setInvalidationHandler", "setInterruptionHandler", both also with " none", "resume",
+    // "remoteObjectProxy", "synchronousRemoteObjectProxyWithErrorHandler", "invalidate"; first, where it was
+    // dialled by name, "withMachServiceName <name>", with " privileged" where it is.
     std::vector<std::string> calls() const;
     // What the near end sent, oldest first.
     std::vector<SentMessage> sentMessages() const;
@@ -67,6 +71,21 @@ private:
     std::shared_ptr<Connection> connection_;
     bool isAccepted_ = false;
 };
+
+// What a message through a synchronous proxy comes to: the values of its reply (none for a message without
+// one), or an error.
+using Answer = std::variant<std::vector<Argument>, ns::Error>;
+
+// Who serves all names that are dialled.
+struct Service {
+    // Asked on the caller's thread, within its call. Empty: nobody is there, which is the beginning.
+    std::function<Answer(Peer& peer, const SentMessage& message)> answer;
+    // Of that protocol, whatever interface the near end sets.
+    const ProtocolDescription* actualProtocol = nullptr;
+};
+void setService(Service service);
+// The far ends of the connections that were dialled by name since the last call, oldest first.
+std::vector<std::shared_ptr<Peer>> takeDialledPeers();
 
 // Every listener that still lives, the one that was made last at the end.
 std::vector<std::shared_ptr<Listener>> liveListeners();

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <string>
 
 // What the compiler writes for a literal: three fields after the class.
 @interface PavoConstantString : NSString {
@@ -181,6 +182,29 @@ asm(".globl __CFConstantStringClassReference\n"
 - (NSInteger)code
 {
     return _code;
+}
+
+@end
+
+@implementation NSData {
+    std::string _content;
+}
+
++ (instancetype)dataWithBytes:(const void*)bytes length:(NSUInteger)length
+{
+    NSData* const data = [[NSData alloc] init];
+    data->_content.assign(static_cast<const char*>(bytes), length);
+    return data;
+}
+
+- (NSUInteger)length
+{
+    return _content.size();
+}
+
+- (const void*)bytes
+{
+    return _content.data();
 }
 
 @end

@@ -3,6 +3,7 @@
 #include "Platform/Foundation/linux/OSRelease.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <iterator>
@@ -49,6 +50,11 @@ TEST(NSProcessInfo, TellsTheVersionOfTheRunningSystem)
     if (!file) file.open("/usr/lib/os-release");
     const std::string text(std::istreambuf_iterator<char>(file), {});
     EXPECT_EQ(ns::ProcessInfo::operatingSystemVersion(), versionFromOSRelease(text));
+}
+
+TEST(NSProcessInfo, UserIsTheOneWhoseProcessThisIs)
+{
+    EXPECT_EQ(ns::ProcessInfo::userIdentifier(), ::getuid());
 }
 
 }  // namespace

@@ -175,7 +175,7 @@ TEST_F(XPCHostilePeerTest, WrongArgumentTypesAreThrownOut)
     call.signature = "x";
     call.body = little(std::int64_t{1});
     ASSERT_TRUE(peer.send(call.bytes()));
-    expectThrownOut("wrong arguments for Tests.Lamp.setBrightness_: x");
+    expectThrownOut("wrong arguments in a call of Tests.Lamp.setBrightness_: x");
 }
 
 TEST_F(XPCHostilePeerTest, MissingArgumentsAreThrownOut)
@@ -184,7 +184,7 @@ TEST_F(XPCHostilePeerTest, MissingArgumentsAreThrownOut)
     call.interface = "Tests.Lamp";
     call.member = "setBrightness_";
     ASSERT_TRUE(peer.send(call.bytes()));
-    expectThrownOut("wrong arguments for Tests.Lamp.setBrightness_");
+    expectThrownOut("wrong arguments in a call of Tests.Lamp.setBrightness_");
 }
 
 TEST_F(XPCHostilePeerTest, SurplusArgumentsAreThrownOut)
@@ -195,7 +195,7 @@ TEST_F(XPCHostilePeerTest, SurplusArgumentsAreThrownOut)
     call.signature = "d";
     call.body = little(std::int64_t{0});
     ASSERT_TRUE(peer.send(call.bytes()));
-    expectThrownOut("wrong arguments for Tests.Switching.switchOn: d");
+    expectThrownOut("wrong arguments in a call of Tests.Switching.switchOn: d");
 }
 
 TEST_F(XPCHostilePeerTest, BodyLongerThanItsSignatureIsThrownOut)
@@ -206,7 +206,7 @@ TEST_F(XPCHostilePeerTest, BodyLongerThanItsSignatureIsThrownOut)
     call.signature = "d";
     call.body = little(std::int64_t{0}) + "more";
     ASSERT_TRUE(peer.send(call.bytes()));
-    expectThrownOut("wrong size of the arguments for Tests.Lamp.setBrightness_");
+    expectThrownOut("wrong size of the arguments in a call of Tests.Lamp.setBrightness_");
 }
 
 TEST_F(XPCHostilePeerTest, BodyShorterThanItsSignatureIsThrownOut)

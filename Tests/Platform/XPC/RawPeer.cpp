@@ -48,12 +48,14 @@ std::string RawCall::bytes() const
     if (!path.empty()) addField(fields, 1, 'o', path);
     if (!interface.empty()) addField(fields, 2, 's', interface);
     if (!member.empty()) addField(fields, 3, 's', member);
+    if (!errorName.empty()) addField(fields, 4, 's', errorName);
+    if (replySerial > 0) addField(fields, 5, 'u', little(replySerial));
     if (!signature.empty()) addField(fields, 8, 'g', signature);
     if (descriptorCount > 0) addField(fields, 9, 'u', little(descriptorCount));
     if (!unknownField.empty()) addField(fields, 200, 's', unknownField);
     std::string message = {'l', static_cast<char>(type), static_cast<char>(flags), '\1'};
     message += little(static_cast<std::uint32_t>(body.size()));
-    message += little(std::uint32_t{1});  // serial number
+    message += little(serial);
     message += little(static_cast<std::uint32_t>(fields.size()));
     message += fields;
     pad(message, 8);
@@ -81,6 +83,24 @@ RawCall frameCall(const std::string& interface, const std::string& member)
     return call;
 }
 
+RawCall answerTo(std::uint32_t serial, const std::string& signature, const std::string& body)
+{
+    RawCall answer;
+    answer.type = 2;  // method return
+    answer.path.clear();
+    answer.replySerial = serial;
+    answer.signature = signature;
+    answer.body = body;
+    return answer;
+}
+
+std::uint32_t serialOf(const std::string& message)
+{
+    std::uint32_t serial = 0;
+    if (message.size() >= 12) std::memcpy(&serial, message.data() + 8, sizeof(serial));
+    return serial;
+}
+
 bool RawPeer::authenticate()
 {
     std::string hex;
@@ -99,7 +119,7 @@ bool RawPeer::answerAuthentication()
         if (byte.empty()) return false;
         told += byte;
     }
-    return told == std::string("\0AUTH EXTERNAL\r\nDATA\r\nNEGOTIATE_UNIX_FD\r\nBEGIN\r\n", 49) &&
+    return told == std::string("\0AUTH EXTERNAL\r\nDATA\r\nNEGOTIATE_UNIX_FD\r\nBEGIN\r\n", 48) &&
            send("DATA\r\nOK 0123456789abcdef0123456789abcdef\r\nAGREE_UNIX_FD\r\n");
 }
 

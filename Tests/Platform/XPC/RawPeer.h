@@ -20,7 +20,10 @@ struct RawCall {
     std::uint32_t descriptorCount = 0;  // as the header tells it
     std::uint8_t type = 1;              // method call
     std::uint8_t flags = 1;             // no reply expected
-    std::string unknownField;           // a header field that no standard knows, of this text
+    std::uint32_t serial = 1;
+    std::string errorName;          // of an error
+    std::uint32_t replySerial = 0;  // what an answer answers; 0: the field is left out
+    std::string unknownField;       // a header field that no standard knows, of this text
 
     std::string bytes() const;
 };
@@ -28,6 +31,11 @@ struct RawCall {
 // The arguments of a frame message: descriptor 0 and nine numbers per time, each a different one.
 std::string frameBody();
 RawCall frameCall(const std::string& interface, const std::string& member);
+
+// An answer to the message of that number.
+RawCall answerTo(std::uint32_t serial, const std::string& signature, const std::string& body);
+// The number of a message, as it stands in its header.
+std::uint32_t serialOf(const std::string& message);
 
 // Little-endian bytes.
 template <typename Number>
