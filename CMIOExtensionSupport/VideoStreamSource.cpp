@@ -1,6 +1,7 @@
 #include "CMIOExtensionSupport/VideoStreamSource.h"
 
 #include "CMIOExtensionSupport/BidirectionalXPCServiceServer.h"
+#include "CMIOExtensionSupport/BosunCommunicator.h"
 #include "CMIOExtensionSupport/FrameRate.h"
 #include "CMIOExtensionSupport/MachServiceRegistration.h"
 #include "CMIOExtensionSupport/VideoFrameService.h"
@@ -39,6 +40,14 @@ cmio::ExtensionStreamFormat makeStreamFormat(const StreamBufferController& contr
     const double frameRate = controller.frameRate();
     const CMTime duration = CMTimeMakeWithSeconds(1.0 / frameRate, timescaleForFrameRate(frameRate));
     return {controller.formatDescription(), duration, duration, {}};
+}
+
+// A missing or broken helper is no reason not to stream: its errors are discarded.
+void launchStudio()
+{
+    static_cast<void>(BosunCommunicator::perform(false, [](const BosunCommunicator::Remote& helper) {
+        helper.send<&BosunServiceProtocol::launchStudioIfNeeded>();
+    }));
 }
 
 }  // namespace
@@ -110,9 +119,11 @@ bool VideoStreamSource::authorizedToStartStream(const cmio::ExtensionClient&)
 
 bool VideoStreamSource::startStream(ns::Error*)
 {
-    // Two hops: what belongs to the announcement of a stream must not hold up its frames.
-    dispatch::sync(frameQueue(), [this] { announceStart(); });
-    dispatch::sync(frameQueue(), [this] { countStart(); });
+    // Two hops, with the helper between them: it must not hold up the frames.
+    bool isFirst = false;
+    dispatch::sync(frameQueue(), [this, &isFirst] { isFirst = announceStart(); });
+    if (isFirst) launchStudio();
+    dispatch::sync(frameQueue(), [this, isFirst] { countStart(isFirst); });
     return true;
 }
 
@@ -134,15 +145,19 @@ const std::shared_ptr<cmio::ExtensionStream>& VideoStreamSource::requireStream()
     return stream_;
 }
 
-void VideoStreamSource::announceStart()
+bool VideoStreamSource::announceStart()
 {
     dispatch_assert_queue(frameQueue());
-    if (streamingCounter_ == 0) videoStreamSourceLogger().log("Starting stream! Yay :)");
+    if (streamingCounter_ > 0 || isLaunching_) return false;
+    isLaunching_ = true;
+    videoStreamSourceLogger().log("Starting stream! Yay :)");
+    return true;
 }
 
-void VideoStreamSource::countStart()
+void VideoStreamSource::countStart(bool isFirst)
 {
     dispatch_assert_queue(frameQueue());
+    if (isFirst) isLaunching_ = false;
     if (streamingCounter_ == 0) {
         streamBufferController_.reset();
         frameClient_->startRequestingFrames();

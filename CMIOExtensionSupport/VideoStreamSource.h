@@ -23,7 +23,8 @@ namespace pavo {
 //            here are weak.
 // Threads:   everything that counts or sends runs on the frame client's frame queue. The framework's threads,
 //            the timer and the producer's connection hop to it: start and stop wait until they are counted,
-//            all others go on at once. Nothing on that queue waits for a peer.
+//            all others go on at once. Nothing on that queue waits for a peer: the first start turns to the
+//            privileged helper on its own thread, between its two hops.
 // Errors:    a frame that cannot be described is logged and dropped. Everything else that could fail here is
 //            a programming error.
 class VideoStreamSource final : public cmio::ExtensionStreamSource,
@@ -65,8 +66,9 @@ private:
     const cmio::ExtensionStreamFormat& requireStreamFormat() const;
     const std::shared_ptr<cmio::ExtensionStream>& requireStream() const;
 
-    void announceStart();
-    void countStart();
+    // True where this start is the first one, which turns to the helper before it is counted.
+    bool announceStart();
+    void countStart(bool isFirst);
     void countStop();
     void observedClientsChange(const ClientsChange& change);
     void updateClientPIDs(std::set<std::int32_t> newPIDs);
@@ -86,6 +88,7 @@ private:
     StreamBufferController streamBufferController_;
     std::shared_ptr<RepeatingTimer> defaultFrameTimer_;
     std::uint32_t streamingCounter_ = 0;
+    bool isLaunching_ = false;  // a first start is not counted yet
     ns::KeyValueObservation clientsObservation_;
     std::set<std::int32_t> currentClientPIDs_;
     std::shared_ptr<xpc::Listener> xpcListener_;

@@ -1,4 +1,6 @@
 #include "Bundle/mac/FrameServiceProtocols.h"
+#include "Bundle/mac/HelperServiceProtocol.h"
+#include "CMIOExtensionSupport/BosunServiceProtocol.h"
 #include "CMIOExtensionSupport/VideoFrameService.h"
 #include "Platform/XPC/mac/XPCRuntimeProtocol.h"
 
@@ -46,6 +48,7 @@ constexpr xpc::RuntimeProtocol kProtocols[] = {
     xpc::bindProtocol<pavo::VideoFrameProducerService>([] { return @protocol(VideoFrameProducerService); }),
     xpc::bindProtocol<pavo::VideoFrameProducerServiceReportReceiving>(
         [] { return @protocol(VideoFrameProducerServiceReportReceiving); }),
+    xpc::bindProtocol<pavo::BosunServiceProtocol>([] { return @protocol(BosunServiceProtocol); }),
 };
 
 }  // namespace

@@ -172,6 +172,8 @@ void resetDoubles()
     takeRegistrations();
     takeQualitiesOfService();
     xpc::test::setCallObserver({});
+    xpc::test::setService({});
+    xpc::test::takeDialledPeers();
     cmio::test::setCallObserver({});
     cmio::test::failAddDevice(std::nullopt);
     cmio::test::failAddStream(std::nullopt);

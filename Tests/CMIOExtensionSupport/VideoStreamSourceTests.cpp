@@ -1,9 +1,11 @@
 #include "CMIOExtensionSupport/VideoStreamSource.h"
+#include "Tests/CMIOExtensionSupport/AuthorizationRecorder.h"
 #include "Tests/CMIOExtensionSupport/VideoStreamSourceFixture.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
 #include <thread>
 #include <type_traits>
@@ -217,9 +219,102 @@ TEST_F(VideoStreamSourceTest, LogsTheStartBeforeItSubscribes)
     Journal journal;
     source->startStream(nullptr);
 
-    ASSERT_FALSE(journal.entries().empty());
-    EXPECT_EQ(journal.entries()[0], kStarting);
-    EXPECT_EQ(journal.entries()[1], "remoteObjectProxy");
+    const auto entries = journal.entries();
+    const auto subscribing = std::find(entries.begin(), entries.end(), "remoteObjectProxy");
+    ASSERT_NE(subscribing, entries.end());
+    EXPECT_EQ(entries[0], kStarting);
+}
+
+// What the helper was sent over every connection to it since the last call.
+std::vector<std::string> sentToHelper()
+{
+    std::vector<std::string> selectors;
+    for (const auto& peer : xpc::test::takeDialledPeers())
+        for (const auto& selector : peer->sentSelectors())
+            selectors.push_back(selector);
+    return selectors;
+}
+
+TEST_F(VideoStreamSourceTest, EachFirstStartAsksTheHelperOnceToLaunchTheStudio)
+{
+    for (int round = 0; round < 3; ++round) {
+        source->startStream(nullptr);
+        EXPECT_THAT(sentToHelper(), ElementsAre("launchStudioIfNeeded"));
+        source->startStream(nullptr);
+        source->stopStream(nullptr);
+        source->startStream(nullptr);
+        source->stopStream(nullptr);
+        source->stopStream(nullptr);
+        EXPECT_THAT(sentToHelper(), IsEmpty());
+    }
+}
+
+TEST_F(VideoStreamSourceTest, TheHelperIsAskedBetweenTheAnnouncementAndTheSubscription)
+{
+    const auto producer = connectProducer();
+    xpc::test::setService({[](xpc::test::Peer&, const xpc::test::SentMessage&) -> xpc::test::Answer {
+                               return std::vector<xpc::Argument>{};
+                           },
+                           nullptr});
+    Journal journal;
+    source->startStream(nullptr);
+
+    EXPECT_THAT(
+        journal.entries(),
+        ElementsAre(
+            kStarting, "withMachServiceName com.tarnwell.macos.cam.PrivilegedHelper privileged",
+            "setRemoteObjectInterface CMIOExtensionSupport.BosunServiceProtocol", "resume",
+            "log default BosunCommunicator: Opened a new Bosun connection!", "setInvalidationHandler",
+            "setInterruptionHandler", "log default BosunCommunicator: Bosun lives! Enjoy the connection.",
+            "synchronousRemoteObjectProxyWithErrorHandler",
+            "log default BosunCommunicator: Closing Bosun connection for deinit",
+            "setInvalidationHandler none", "setInterruptionHandler none", "invalidate", "remoteObjectProxy"));
+}
+
+TEST_F(VideoStreamSourceTest, AHelperThatFailsDoesNotKeepTheStreamFromStarting)
+{
+    const auto producer = connectProducer();
+    const auto fails = [](xpc::test::Peer& peer, const xpc::test::SentMessage&) -> xpc::test::Answer {
+        peer.failWithInterruption();
+        return ns::Error{"NSCocoaErrorDomain", 4097};
+    };
+    ns::Error error;
+    for (const bool isThere : {false, true}) {
+        xpc::test::setService(isThere ? xpc::test::Service{fails, nullptr} : xpc::test::Service{});
+        EXPECT_TRUE(source->startStream(&error));
+        EXPECT_EQ(Access::streamingCounter(*source), 1u);
+        EXPECT_EQ(producer->sentSelectors().back(), "subscribeToVideoFrames");
+        EXPECT_TRUE(Access::isTimerRunning(*source));
+        source->stopStream(&error);
+    }
+    EXPECT_EQ(error, ns::Error());
+}
+
+TEST_F(VideoStreamSourceTest, AStartInstallsNothingAndAsksForNoAuthorization)
+{
+    takeAuthorizationCalls();
+    source->startStream(nullptr);
+    EXPECT_THAT(takeAuthorizationCalls(), IsEmpty());
+}
+
+TEST_F(VideoStreamSourceTest, AnotherClientStartsAndGetsFramesWhileAStartIsWithTheHelper)
+{
+    const auto producer = connectProducer();
+    std::size_t sentMeanwhile = 0;
+    xpc::test::setService({[&](xpc::test::Peer&, const xpc::test::SentMessage&) -> xpc::test::Answer {
+                               source->startStream(nullptr);
+                               sendFrame(*producer);
+                               sentMeanwhile = sentCount();
+                               return std::vector<xpc::Argument>{};
+                           },
+                           nullptr});
+    Journal journal;
+    source->startStream(nullptr);
+    EXPECT_EQ(sentMeanwhile, 1u);
+    EXPECT_EQ(Access::streamingCounter(*source), 2u);
+    // It is one first start all the same.
+    EXPECT_THAT(sentToHelper(), ElementsAre("launchStudioIfNeeded"));
+    EXPECT_EQ(journal.count(kStarting), 1u);
 }
 
 TEST_F(VideoStreamSourceTest, OnlyTheFirstStartResetsTheSequenceNumber)

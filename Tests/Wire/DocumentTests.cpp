@@ -1,6 +1,7 @@
 // The names, types and numbers on the wire, compared with a table that is written down here, and with what
 // Documentation/WireFormat.md tells those who write a producer.
 
+#include "CMIOExtensionSupport/BosunServiceProtocol.h"
 #include "CMIOExtensionSupport/VideoFrameService.h"
 #include "IOSurfaceTrailer.h"
 #include "Platform/XPC/linux/WireLimits.h"
@@ -12,8 +13,11 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <map>
+#include <span>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 namespace pavo {
@@ -53,12 +57,34 @@ const std::vector<WireMessage>& messages()
     return all;
 }
 
+// Where an argument's bytes begin and end in a body, by the table of types in the document.
+using Extent = std::pair<std::size_t, std::size_t>;
+
+std::vector<Extent> bodyLayoutOf(std::span<const xpc::ArgumentType> types)
+{
+    static const std::map<xpc::ArgumentType, Extent> alignmentAndSize = {
+        {xpc::ArgumentType::int32, {4, 4}},
+        {xpc::ArgumentType::boolean, {4, 4}},
+        {xpc::ArgumentType::real, {8, 8}},
+        {xpc::ArgumentType::surface, {4, 4}},
+        {xpc::ArgumentType::sampleTiming, {8, 72}}};
+    std::vector<Extent> layout;
+    std::size_t end = 0;
+    for (const auto type : types) {
+        const auto [alignment, size] = alignmentAndSize.at(type);
+        const auto begin = (end + alignment - 1) / alignment * alignment;
+        end = begin + size;
+        layout.emplace_back(begin, end);
+    }
+    return layout;
+}
+
 void addMessages(const xpc::ProtocolDescription& protocol, std::vector<WireMessage>& all)
 {
     for (const auto& method : protocol.methods) {
-        const auto layout = xpc::bodyLayoutOf(method.arguments);
+        const auto layout = bodyLayoutOf(method.arguments);
         all.push_back({std::string(protocol.name), xpc::memberName(method.selector),
-                       xpc::signatureOf(method.arguments), layout.empty() ? 0 : layout.back().end});
+                       xpc::signatureOf(method.arguments), layout.empty() ? 0 : layout.back().second});
     }
     for (const auto* adopted : protocol.adopted)
         addMessages(*adopted, all);
@@ -96,12 +122,10 @@ TEST(WireNames, PutTheTimesOfAFrameBehindItsDescriptor)
 {
     const auto* method = xpc::describe<VideoFrameConsumerService>().method("didRecieveRawFrame:timingInfo:");
     ASSERT_TRUE(method);
-    const auto layout = xpc::bodyLayoutOf(method->arguments);
+    const auto layout = bodyLayoutOf(method->arguments);
     ASSERT_EQ(layout.size(), 2U);
-    EXPECT_EQ(layout[0].begin, 0U);
-    EXPECT_EQ(layout[0].end, 4U);
-    EXPECT_EQ(layout[1].begin, 8U);
-    EXPECT_EQ(layout[1].end, 80U);
+    EXPECT_EQ(layout[0], Extent(0, 4));
+    EXPECT_EQ(layout[1], Extent(8, 80));
 }
 
 TEST(WireDocument, HasEachMessageWithItsSignatureAndSize)
@@ -119,6 +143,36 @@ TEST(WireDocument, HasEachMessageWithItsSignatureAndSize)
     EXPECT_THAT(told, UnorderedElementsAreArray(real));
     for (const auto& message : messages())
         EXPECT_THAT(document.text(), HasSubstr("Interface `" + message.interface + "`"));
+}
+
+TEST(WireDocument, HasEachCallOfTheHelperWithItsReply)
+{
+    const auto& helper = xpc::describe<BosunServiceProtocol>();
+    xpc::requireWireNames(helper);
+    std::vector<std::tuple<std::string, std::string, std::string>> told;
+    for (const auto& row : WireDocument().rowsUnder("7. Calls with replies"))
+        if (row.size() == 3 && helper.methods.size() > told.size())
+            told.emplace_back(row[0], row[1], row[2].substr(0, row[2].find(':')));
+    std::vector<std::tuple<std::string, std::string, std::string>> real;
+    for (const auto& method : helper.methods)
+        real.emplace_back(xpc::memberName(method.selector),
+                          method.arguments.empty() ? "none" : xpc::signatureOf(method.arguments),
+                          method.reply ? xpc::signatureOf(*method.reply) : "no reply");
+    EXPECT_EQ(told, real);
+    EXPECT_THAT(WireDocument().text(), HasSubstr("Interface `" + std::string(helper.name) + "`"));
+    EXPECT_THAT(WireDocument().text(), HasSubstr("\n    " + std::string(kHelperLabel) + "\n"));
+}
+
+TEST(WireDocument, HasTheLimitsOfCalls)
+{
+    const auto rows = WireDocument().rowsUnder("7. Calls with replies");
+    EXPECT_THAT(rows, Contains(std::vector<std::string>{"texts and data of one message together",
+                                                        std::to_string(xpc::kMaxVariableBytes) + " bytes"}));
+    EXPECT_THAT(rows, Contains(std::vector<std::string>{"open calls of one side",
+                                                        std::to_string(xpc::kMaxUnansweredCalls) +
+                                                            ", then the connection ends"}));
+    ASSERT_EQ(xpc::kClosingTimeout.count(), 5);
+    EXPECT_THAT(WireDocument().text(), HasSubstr("(five seconds later at the latest)"));
 }
 
 TEST(WireDocument, HasTheNamesThatBelongToNoMessage)
