@@ -2,7 +2,7 @@
 
 #include "Platform/Foundation/NSError.h"
 
-#include <Security/Authorization.h>
+#include <Security/Security.h>
 
 #include <optional>
 

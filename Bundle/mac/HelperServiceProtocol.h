@@ -3,7 +3,7 @@
 #include <Foundation/Foundation.h>
 
 // The protocol of the privileged helper as the system reads it, with the extended types of its methods.
-@protocol BosunServiceProtocol<NSObject>
+@protocol BosunServiceProtocol <NSObject>
 - (void)getCommunicationVersionWithReply:(void (^)(uint64_t version))reply;
 - (void)ping;
 - (void)launchStudioIfNeeded;

@@ -136,7 +136,7 @@ TEST_F(HelperConversationTest, HelperThatDiesInTheMiddleOfTheCallHasVersionZero)
 {
     HelperProcess helper("dying");
     ASSERT_TRUE(helper.isReady());
-    // Nobody is there for the connection after the installation either, which may be noticed at once or later.
+    // Nobody serves the connection after the installation either, which may be noticed at once or later.
     const auto error = failureOf(BosunCommunicator::create(true));
     EXPECT_TRUE(!error ||
                 *error == BosunCommunicator::makeError(BosunCommunicator::CommunicationError::invalidated));

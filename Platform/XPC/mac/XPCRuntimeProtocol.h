@@ -152,8 +152,8 @@ constexpr RuntimeProtocol bindProtocol(::Protocol* (*protocol)(),
     return {&describe<Service>, protocol, &sendMessage<Service>, makeExportedObject};
 }
 
-// Passes a message without a reply that came in to the C++ object. A missing surface is the peer's mistake, and its message
-// is dropped.
+// Passes a message without a reply that came in to the C++ object. A missing surface is the peer's mistake,
+// and its message is dropped.
 template <typename... A>
 void receive(const ExportedObject& object, SEL selector, const A&... values)
 {

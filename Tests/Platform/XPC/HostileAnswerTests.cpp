@@ -311,7 +311,8 @@ TEST_F(XPCHostileCallerTest, TwoOpenCallsOfOneNumberEndTheConnection)
     };
     ASSERT_TRUE(peer.send(temperatureCall(5).bytes() + temperatureCall(5).bytes()));
     EXPECT_TRUE(peer.waitForEnd());
-    EXPECT_TRUE(waitFor([] { return hasLogged("too many calls wait for an answer, or two have one number"); }));
+    EXPECT_TRUE(
+        waitFor([] { return hasLogged("too many calls wait for an answer, or two have one number"); }));
     EXPECT_TRUE(waitFor([this] { return thermometers->counts(0)->invalidations == 1; }));
     thermometers->thermometer->onTemperature = {};
 }
