@@ -81,9 +81,11 @@ protected:
     void SetUp() override
     {
         prefix_ = folder_.path() + "/prefix";
-        auto install = start(
-            {PAVO_CMAKE, "--install", PAVO_BUILD_FOLDER, "--component", "producer", "--prefix", prefix_});
-        ASSERT_EQ(install.waitForExit(seconds(60)), 0) << output();
+        for (const std::string component : {"producer", "producer-dev", "producer-python"}) {
+            auto install = start(
+                {PAVO_CMAKE, "--install", PAVO_BUILD_FOLDER, "--component", component, "--prefix", prefix_});
+            ASSERT_EQ(install.waitForExit(seconds(60)), 0) << output();
+        }
     }
     // A shell command; what it needs of the package is in its environment.
     void expectSuccess(const std::string& command)
