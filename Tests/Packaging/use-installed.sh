@@ -1,5 +1,5 @@
 #!/bin/sh
-# The installed camera, a producer and a client, without a PipeWire daemon. Run in the system that has them.
+# The installed camera, producers and clients, without a PipeWire daemon. Run in the system that has them.
 set -eu
 
 XDG_RUNTIME_DIR="$(mktemp -d)"
@@ -22,6 +22,12 @@ for picture in placeholder pattern; do
     [ "$(head -c 4 $picture.png | tail -c 3)" = PNG ]
 done
 if cmp -s placeholder.png pattern.png; then echo "The producer was not seen." >&2; exit 1; fi
+
+python3 - <<END
+import pavo
+with pavo.Producer(64, 48, format="BGRA") as producer:
+    assert producer.wait_until_connected(30)
+END
 
 kill -TERM $camera
 wait $camera
