@@ -17,6 +17,7 @@ ACTION = "v16@0:8"
 PROPERTIES = "@32@0:8@16^@24"
 SET_PROPERTIES = "{BOOL}32@0:8@16^@24"
 START_STOP = "{BOOL}24@0:8^@16"
+REPLY_WITH_ERROR = 'v24@0:8@?16|v24@0:8@?<v@?@"NSError">16'
 TIMING = "{?={?=qiIq}{?=qiIq}{?=qiIq}}"
 
 # Methods that the compiler adds to a class for its C++ fields, of whose kind our classes may have any.
@@ -114,6 +115,18 @@ OWN_PROTOCOLS = {
     "CMIOExtensionSupport.VideoFrameProducerServiceReportReceiving": protocol(
         {"subconsumerSubscriptionWithPID:isSubscribedChangedTo:": "v24@0:8i16{BOOL}20"},
         adopted=["CMIOExtensionSupport.VideoFrameProducerService"]),
+    # Spoken with the privileged helper.
+    "BosunServiceProtocol": protocol({
+        "getCommunicationVersionWithReply:": "v24@0:8@?16|v24@0:8@?<v@?Q>16",
+        "ping": ACTION,
+        "launchStudioIfNeeded": ACTION,
+        "doInstallWithStepIdentifier:encodedContext:encodedFrozenInstallationState:reply:":
+            'v48@0:8@16@24@32@?40|'
+            'v48@0:8@"NSString"16@"NSData"24@"NSData"32@?<v@?@"NSData"@"NSError">40',
+        "doComponentUninstallWithReply:": REPLY_WITH_ERROR,
+        "coreadiosdWithReply:": REPLY_WITH_ERROR,
+        "checkCMIOExtensionRegisteredWithReply:": "v24@0:8@?16|v24@0:8@?<v@?{BOOL}>16",
+    }),
 }
 
 # The compiler writes down every protocol that ours adopt, as we declare it.
@@ -175,7 +188,7 @@ PRODUCT = {
     "libraries": [
         *(FRAMEWORK.format(name, "A") for name in (
             "CoreFoundation", "CoreGraphics", "CoreImage", "CoreMedia", "CoreMediaIO", "CoreVideo",
-            "IOSurface")),
+            "IOSurface", "Security", "ServiceManagement")),
         FRAMEWORK.format("Foundation", "C"), "/usr/lib/libSystem.B.dylib", "/usr/lib/libc++.1.dylib",
         "/usr/lib/libobjc.A.dylib", LOGGING_INSTALL_NAME,
     ],
