@@ -61,6 +61,13 @@ void ProducerFixture::startCamera(bool isSubscribed)
     camera->setSubscribed(isSubscribed);
 }
 
+void ProducerFixture::endCamera()
+{
+    camera->end();
+    camera.reset();
+    service += "x";
+}
+
 Producer ProducerFixture::openWanted(const pavo_producer_config& config)
 {
     if (!camera) startCamera();

@@ -28,6 +28,8 @@ protected:
     Producer openWanted(const pavo_producer_config& config);
     Producer openWanted() { return openWanted(config()); }
     void startCamera(bool isSubscribed = true);
+    // The next producer finds another camera: one camera that loses a producer late forgets the next one, too.
+    void endCamera();
 
     // The next event of that type; those before it are dropped. None at the deadline.
     static std::optional<pavo_event> waitForEvent(const Producer& producer, pavo_event_type type);
