@@ -28,7 +28,7 @@ protected:
     Producer openWanted(const pavo_producer_config& config);
     Producer openWanted() { return openWanted(config()); }
     void startCamera(bool isSubscribed = true);
-    // The next producer finds another camera: one camera that loses a producer late forgets the next one, too.
+    // The next producer finds another camera: one that loses a producer late forgets the next one, too.
     void endCamera();
 
     // The next event of that type; those before it are dropped. None at the deadline.
