@@ -30,6 +30,14 @@ void (^blockOf(std::function<void()> handler))(void)
     };
 }
 
+// Holds what it needs: the system may keep it beyond the call that it was made for.
+void (^errorBlockOf(Proxy::ErrorHandler handler))(NSError*)
+{
+    return ^(NSError* error) {
+      if (handler) handler(ns::toError(error));
+    };
+}
+
 }  // namespace
 
 void Proxy::send(std::string_view selector, std::span<const Argument> arguments) const
@@ -41,11 +49,9 @@ void Proxy::call(std::string_view selector, std::span<const Argument> arguments,
 {
     pavo::require(protocol_ != nullptr, "A message needs a remote object interface");
     NSXPCConnection* const connection = connection_->impl().connection;
-    const id target = isSynchronous_
-                          ? [connection synchronousRemoteObjectProxyWithErrorHandler:^(NSError* error) {
-                              if (errorHandler_) errorHandler_(ns::toError(error));
-                            }]
-                          : connection.remoteObjectProxy;
+    const id target =
+        isSynchronous_ ? [connection synchronousRemoteObjectProxyWithErrorHandler:errorBlockOf(errorHandler_)]
+                       : connection.remoteObjectProxy;
     const bool isKnown = runtimeProtocol(*protocol_).send(target, selector, arguments, std::move(reply));
     pavo::require(isKnown, "No such message: " + std::string(selector));
 }
