@@ -153,7 +153,8 @@ TEST_F(CameraWithABadProducer, ThrowsAMessageOfTheWrongTypeOut)
     RawCall call = rateCall(60);
     call.signature = "x";
     ASSERT_TRUE(peer.send(call.bytes()));
-    expectThrownOut(peer, std::string("wrong arguments in a call of ") + kInterface + "." + kRateMember + ": x");
+    expectThrownOut(peer,
+                    std::string("wrong arguments in a call of ") + kInterface + "." + kRateMember + ": x");
 }
 
 TEST_F(CameraWithABadProducer, ThrowsADescriptorOutThatIsNoMemoryFile)
