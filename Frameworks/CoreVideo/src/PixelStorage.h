@@ -37,7 +37,7 @@ struct PixelStorage {
     // None where memory or descriptors are out.
     static std::optional<PixelStorage> create(const StorageRequest& request);
     // Takes the surface as it is, after checking that its rows and planes are those of its format.
-    static CVReturn wrap(IOSurfaceRef surface, std::optional<PixelStorage>& storage);
+    static CVReturn wrap(IOSurfaceRef wrapped, std::optional<PixelStorage>& storage);
 
     bool isPlanar() const { return format->planeCount != 0; }
     // Null where the buffer has no such plane.
@@ -45,7 +45,7 @@ struct PixelStorage {
     std::size_t dataSize() const;
 
     struct Free {
-        void operator()(void* memory) const { std::free(memory); }
+        void operator()(void* pixels) const { std::free(pixels); }
     };
 
     const PixelFormat* format = nullptr;

@@ -55,7 +55,7 @@ TEST(ExtensionStreamDeathTest, SendsNothingAsASink)
 }
 
 // Keeps what a stream sends.
-class RecordingSink : public SampleSink {
+class RecordingSink final : public SampleSink {
 public:
     void send(OutgoingSample sample) override { samples.push_back(std::move(sample)); }
 
