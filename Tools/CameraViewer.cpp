@@ -3,6 +3,7 @@
 #include "Tools/Arguments.h"
 #include "Tools/PngFile.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -176,23 +177,26 @@ bool CameraViewer::handle(const StateNote& note)
     return false;
 }
 
-// Handles what the data thread has left. False: it is over, because something failed.
+// Handles what the data thread has left until now; it may leave things faster than they can be written. Once the
+// program is to end, pictures that wait are left out. False: it is over, because something failed.
 bool CameraViewer::drain()
 {
-    for (;;) {
-        std::deque<Note> notes;
-        std::deque<StateNote> states;
-        {
-            const std::lock_guard lock(mutex_);
-            notes.swap(notes_);
-            states.swap(states_);
-        }
-        if (notes.empty() && states.empty()) return true;
-        for (const auto& note : notes)
-            if (!handle(note)) return false;
-        for (const auto& note : states)
-            if (!handle(note)) return false;
+    std::deque<Note> notes;
+    std::deque<StateNote> states;
+    {
+        const std::lock_guard lock(mutex_);
+        notes.swap(notes_);
+        states.swap(states_);
     }
+    for (const auto& note : notes) {
+        if (note.frame && stop_.hasCome()) {
+            const std::lock_guard lock(mutex_);
+            ++notesDropped_;
+        } else if (!handle(note)) {
+            return false;
+        }
+    }
+    return std::all_of(states.begin(), states.end(), [this](const StateNote& note) { return handle(note); });
 }
 
 bool CameraViewer::isOver()
