@@ -177,8 +177,8 @@ bool CameraViewer::handle(const StateNote& note)
     return false;
 }
 
-// Handles what the data thread has left until now; it may leave things faster than they can be written. Once the
-// program is to end, pictures that wait are left out. False: it is over, because something failed.
+// Handles what the data thread has left until now; it may leave things faster than they can be written. Once
+// the program is to end, pictures that wait are left out. False: it is over, because something failed.
 bool CameraViewer::drain()
 {
     std::deque<Note> notes;
