@@ -23,7 +23,7 @@ protected:
     ChildProcess startLamp()
     {
         ChildProcess lamp({peerProgram(), "lamp", kName});
-        EXPECT_TRUE(waitFor([this] {
+        EXPECT_TRUE(waitFor([] {
             const auto probe = connectByName(kName);
             const auto probed = std::make_shared<RecordingOwner>();
             probe->setExportedInterface(xpc::describe<LampOwner>());
