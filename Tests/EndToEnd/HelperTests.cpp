@@ -96,12 +96,13 @@ TEST_F(CameraWithHelper, AHelperThatDoesNotReadKeepsNoFrameFromAClient)
     ASSERT_TRUE(seesPlaceholder(second, 60));
 
     const auto& frames = second.frames();
-    const auto seconds = static_cast<double>(frames.back().sentNs - frames.front().sentNs) / 1e9;
-    const auto sent = static_cast<double>(frames.back().sequence - frames.front().sequence);
-    std::printf("beside a helper that does not read: %.2f frames a second\n", sent / seconds);
-    EXPECT_GT(seconds, 0.0);
-    // Every frame of the camera's was one of the client's: none was held up until the next.
-    EXPECT_EQ(sent + 1, static_cast<double>(frames.size()));
+    std::int64_t longestNs = 0;
+    for (std::size_t i = 1; i < frames.size(); ++i)
+        longestNs = std::max(longestNs, frames[i].sentNs - frames[i - 1].sentNs);
+    std::printf("beside a helper that does not read: longest gap %.1f ms\n",
+                static_cast<double>(longestNs) / 1e6);
+    // Whoever waited for this helper would wait for five seconds; a busy machine takes less.
+    EXPECT_LT(longestNs, 1'000'000'000);
 }
 
 }  // namespace
