@@ -282,7 +282,7 @@ TEST_F(XPCHostileCallerTest, SoundCallFromHandIsAnswered)
 
 TEST_F(XPCHostileCallerTest, CallWhoseReplyGoesIsAnsweredWithAnError)
 {
-    thermometers->thermometer->onTemperature = [](const auto&) {};
+    thermometers->thermometer->onTemperature([](const auto&) {});
     ASSERT_TRUE(peer.send(temperatureCall(77).bytes()));
     const auto answer = peer.receiveMessage();
     ASSERT_GE(answer.size(), 16U);
@@ -305,16 +305,16 @@ TEST_F(XPCHostileCallerTest, TwoOpenCallsOfOneNumberEndTheConnection)
 {
     std::vector<xpc::Reply<std::uint64_t>> kept;
     std::mutex mutex;
-    thermometers->thermometer->onTemperature = [&](const auto& reply) {
+    thermometers->thermometer->onTemperature([&](const auto& reply) {
         const std::lock_guard lock(mutex);
         kept.push_back(reply);
-    };
+    });
     ASSERT_TRUE(peer.send(temperatureCall(5).bytes() + temperatureCall(5).bytes()));
     EXPECT_TRUE(peer.waitForEnd());
     EXPECT_TRUE(
         waitFor([] { return hasLogged("too many calls wait for an answer, or two have one number"); }));
     EXPECT_TRUE(waitFor([this] { return thermometers->counts(0)->invalidations == 1; }));
-    thermometers->thermometer->onTemperature = {};
+    thermometers->thermometer->onTemperature({});
 }
 
 TEST_F(XPCHostileCallerTest, TooManyOpenCallsEndTheConnection)
@@ -325,10 +325,10 @@ TEST_F(XPCHostileCallerTest, TooManyOpenCallsEndTheConnection)
         const std::lock_guard lock(mutex);
         return kept.size();
     };
-    thermometers->thermometer->onTemperature = [&](const auto& reply) {
+    thermometers->thermometer->onTemperature([&](const auto& reply) {
         const std::lock_guard lock(mutex);
         kept.push_back(reply);
-    };
+    });
     for (std::uint32_t serial = 1; serial <= 256; ++serial)
         ASSERT_TRUE(peer.send(temperatureCall(serial).bytes()));
     ASSERT_TRUE(waitFor([&] { return keptCount() == 256; }));
@@ -337,7 +337,7 @@ TEST_F(XPCHostileCallerTest, TooManyOpenCallsEndTheConnection)
     EXPECT_TRUE(peer.waitForEnd());
     EXPECT_TRUE(waitFor([this] { return thermometers->counts(0)->invalidations == 1; }));
     EXPECT_EQ(keptCount(), 256U);
-    thermometers->thermometer->onTemperature = {};
+    thermometers->thermometer->onTemperature({});
 }
 
 TEST_F(XPCHostileCallerTest, PeerThatDoesNotReadItsAnswersIsThrownOut)

@@ -35,7 +35,7 @@ TEST_F(XPCReplyTest, SynchronousCallReturnsWithItsReply)
     listener->resume();
     const auto connection = dial();
     connection->resume();
-    thermometers->thermometer->onTemperature = [](const Reply& reply) { reply(UINT64_MAX); };
+    thermometers->thermometer->onTemperature([](const Reply& reply) { reply(UINT64_MAX); });
     const auto reading = read(*connection);
     EXPECT_EQ(reading.degrees, UINT64_MAX);
     EXPECT_EQ(reading.error, std::nullopt);
@@ -97,14 +97,14 @@ TEST_F(XPCReplyTest, TextsDataAndOptionalValuesArriveAsTheyAre)
             room, data);
     };
 
-    thermometer->onPlace = [](const auto& reply) { reply(std::nullopt, ns::Error{"Küche", -5}); };
+    thermometer->onPlace([](const auto& reply) { reply(std::nullopt, ns::Error{"Küche", -5}); });
     place("Küche €", marks);
     EXPECT_EQ(thermometer->room(), "Küche €");
     EXPECT_EQ(thermometer->marks(), marks);
     EXPECT_EQ(result, std::nullopt);
     EXPECT_EQ(error, (ns::Error{"Küche", -5}));
 
-    thermometer->onPlace = [marks](const auto& reply) { reply(marks, std::nullopt); };
+    thermometer->onPlace([marks](const auto& reply) { reply(marks, std::nullopt); });
     place("", {});
     EXPECT_EQ(thermometer->room(), "");
     EXPECT_EQ(thermometer->marks(), ns::Data());
@@ -112,7 +112,7 @@ TEST_F(XPCReplyTest, TextsDataAndOptionalValuesArriveAsTheyAre)
     EXPECT_EQ(error, std::nullopt);
 
     // An empty value is there, too.
-    thermometer->onPlace = [](const auto& reply) { reply(ns::Data(), ns::Error()); };
+    thermometer->onPlace([](const auto& reply) { reply(ns::Data(), ns::Error()); });
     place("x", marks);
     EXPECT_EQ(result, ns::Data());
     EXPECT_EQ(error, ns::Error());
@@ -131,7 +131,7 @@ TEST_F(XPCReplyTest, ReplyWithoutValuesArrives)
 TEST_F(XPCReplyTest, AnswerMayComeLaterFromAnotherThread)
 {
     std::promise<Reply> kept;
-    thermometers->thermometer->onTemperature = [&kept](Reply reply) { kept.set_value(std::move(reply)); };
+    thermometers->thermometer->onTemperature([&kept](Reply reply) { kept.set_value(std::move(reply)); });
     listener->resume();
     const auto connection = dial();
     connection->resume();
@@ -142,10 +142,10 @@ TEST_F(XPCReplyTest, AnswerMayComeLaterFromAnotherThread)
 
 TEST_F(XPCReplyTest, SecondAnswerIsDroppedAndLogged)
 {
-    thermometers->thermometer->onTemperature = [](const Reply& reply) {
+    thermometers->thermometer->onTemperature([](const Reply& reply) {
         reply(1);
         reply(2);
-    };
+    });
     listener->resume();
     const auto connection = dial();
     connection->resume();
@@ -157,9 +157,9 @@ TEST_F(XPCReplyTest, SecondAnswerIsDroppedAndLogged)
 TEST_F(XPCReplyTest, ReplyThatGoesWithoutAnAnswerFailsTheCallAndNotTheConnection)
 {
     std::atomic<bool> answers = false;
-    thermometers->thermometer->onTemperature = [&answers](const Reply& reply) {
+    thermometers->thermometer->onTemperature([&answers](const Reply& reply) {
         if (answers) reply(20);
-    };
+    });
     listener->resume();
     const auto connection = dial();
     const auto counts = countHandlers(*connection);
@@ -173,7 +173,7 @@ TEST_F(XPCReplyTest, ReplyThatGoesWithoutAnAnswerFailsTheCallAndNotTheConnection
 TEST_F(XPCReplyTest, PeerThatEndsTheConnectionEndsTheCallsThatWait)
 {
     std::promise<Reply> kept;
-    thermometers->thermometer->onTemperature = [&kept](Reply reply) { kept.set_value(std::move(reply)); };
+    thermometers->thermometer->onTemperature([&kept](Reply reply) { kept.set_value(std::move(reply)); });
     listener->resume();
     const auto connection = dial();
     connection->resume();
@@ -187,7 +187,7 @@ TEST_F(XPCReplyTest, PeerThatEndsTheConnectionEndsTheCallsThatWait)
 TEST_F(XPCReplyTest, ConnectionToAnEndpointThatIsLostFailsItsCallsAsInvalid)
 {
     std::promise<Reply> kept;
-    thermometers->thermometer->onTemperature = [&kept](Reply reply) { kept.set_value(std::move(reply)); };
+    thermometers->thermometer->onTemperature([&kept](Reply reply) { kept.set_value(std::move(reply)); });
     listener->resume();
     const auto connection = xpc::Connection::withListenerEndpoint(listener->endpoint());
     connection->setRemoteObjectInterface(xpc::describe<Thermometer>());
@@ -201,7 +201,7 @@ TEST_F(XPCReplyTest, ConnectionToAnEndpointThatIsLostFailsItsCallsAsInvalid)
 TEST_F(XPCReplyTest, OwnInvalidationEndsTheCallsThatWait)
 {
     std::promise<Reply> kept;
-    thermometers->thermometer->onTemperature = [&kept](Reply reply) { kept.set_value(std::move(reply)); };
+    thermometers->thermometer->onTemperature([&kept](Reply reply) { kept.set_value(std::move(reply)); });
     listener->resume();
     const auto connection = dial();
     connection->resume();
@@ -329,10 +329,10 @@ TEST_F(XPCReplyTest, TooManyCallsWithoutAnswerEndTheConnection)
     synchronousThermometerOf(*connection, {}).send<&Thermometer::shake>();  // it has found the service
     std::vector<Reply> kept;
     std::mutex mutex;
-    thermometers->thermometer->onTemperature = [&](Reply reply) {
+    thermometers->thermometer->onTemperature([&](Reply reply) {
         const std::lock_guard lock(mutex);
         kept.push_back(std::move(reply));
-    };
+    });
     listener->resume();
     const auto counts = countHandlers(*connection);
     const auto marker = std::make_shared<int>();
@@ -348,7 +348,7 @@ TEST_F(XPCReplyTest, TooManyCallsWithoutAnswerEndTheConnection)
     EXPECT_TRUE(waitFor([&counts] { return counts->invalidations == 1; }));
     EXPECT_TRUE(waitFor([&marker] { return marker.use_count() == 1; }));
     EXPECT_TRUE(hasLogged("Too many calls wait for their replies"));
-    thermometers->thermometer->onTemperature = {};
+    thermometers->thermometer->onTemperature({});
 }
 
 TEST_F(XPCReplyTest, ArgumentsThatHaveNoFormFailTheCallAndNotTheConnection)
@@ -356,7 +356,7 @@ TEST_F(XPCReplyTest, ArgumentsThatHaveNoFormFailTheCallAndNotTheConnection)
     listener->resume();
     const auto connection = dial();
     connection->resume();
-    thermometers->thermometer->onPlace = [](const auto& reply) { reply(std::nullopt, std::nullopt); };
+    thermometers->thermometer->onPlace([](const auto& reply) { reply(std::nullopt, std::nullopt); });
     int replyCount = 0;
     std::vector<ns::Error> errors;
     const auto place = [&](const std::string& room, const ns::Data& marks) {
@@ -388,16 +388,15 @@ TEST_F(XPCReplyTest, AnswerThatHasNoFormFailsTheCallAndNotTheConnection)
             .call<&Thermometer::place>([&replyCount](const auto&, const auto&) { ++replyCount; },
                                        std::string(), ns::Data());
     };
-    thermometers->thermometer->onPlace = [](const auto& reply) {
-        reply(ns::Data(60 * 1024 + 1), std::nullopt);
-    };
+    thermometers->thermometer->onPlace(
+        [](const auto& reply) { reply(ns::Data(60 * 1024 + 1), std::nullopt); });
     place();
     EXPECT_EQ(error, connectionError(4101));
     EXPECT_TRUE(hasLogged("The answer to placeInRoom:marks:reply: cannot be put in a message"));
-    thermometers->thermometer->onPlace = [](const auto& reply) { reply(std::nullopt, ns::Error{"\xff", 1}); };
+    thermometers->thermometer->onPlace([](const auto& reply) { reply(std::nullopt, ns::Error{"\xff", 1}); });
     place();
     EXPECT_EQ(replyCount, 0);
-    thermometers->thermometer->onPlace = [](const auto& reply) { reply(ns::Data(60 * 1024), std::nullopt); };
+    thermometers->thermometer->onPlace([](const auto& reply) { reply(ns::Data(60 * 1024), std::nullopt); });
     place();
     EXPECT_EQ(replyCount, 1);
 }

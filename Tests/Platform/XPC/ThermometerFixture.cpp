@@ -4,11 +4,28 @@
 
 namespace pavo::test {
 
+void ScriptedThermometer::onTemperature(TemperatureAnswer answer)
+{
+    const std::lock_guard lock(mutex_);
+    temperatureAnswer_ = std::move(answer);
+}
+
+void ScriptedThermometer::onPlace(PlaceAnswer answer)
+{
+    const std::lock_guard lock(mutex_);
+    placeAnswer_ = std::move(answer);
+}
+
 void ScriptedThermometer::temperature(xpc::Reply<std::uint64_t> reply)
 {
     ++temperatureCount;
-    if (onTemperature)
-        onTemperature(std::move(reply));
+    TemperatureAnswer answer;
+    {
+        const std::lock_guard lock(mutex_);
+        answer = temperatureAnswer_;
+    }
+    if (answer)
+        answer(std::move(reply));
     else
         reply(21);
 }
@@ -16,12 +33,14 @@ void ScriptedThermometer::temperature(xpc::Reply<std::uint64_t> reply)
 void ScriptedThermometer::place(const std::string& room, const ns::Data& marks,
                                 xpc::Reply<std::optional<ns::Data>, std::optional<ns::Error>> reply)
 {
+    PlaceAnswer answer;
     {
         const std::lock_guard lock(mutex_);
         room_ = room;
         marks_ = marks;
+        answer = placeAnswer_;
     }
-    onPlace(std::move(reply));
+    answer(std::move(reply));
 }
 
 std::string ScriptedThermometer::room() const

@@ -25,9 +25,12 @@ public:
     void settle(xpc::Reply<> reply) override { reply(); }
     void shake() override { ++shakeCount; }
 
-    // Empty: 21 degrees, at once. Set before the first call.
-    std::function<void(xpc::Reply<std::uint64_t>)> onTemperature;
-    std::function<void(xpc::Reply<std::optional<ns::Data>, std::optional<ns::Error>>)> onPlace;
+    using TemperatureAnswer = std::function<void(xpc::Reply<std::uint64_t>)>;
+    using PlaceAnswer = std::function<void(xpc::Reply<std::optional<ns::Data>, std::optional<ns::Error>>)>;
+    // Empty: 21 degrees, at once.
+    void onTemperature(TemperatureAnswer answer);
+    void onPlace(PlaceAnswer answer);
+
     std::atomic<int> shakeCount = 0;
     std::atomic<int> temperatureCount = 0;
 
@@ -36,6 +39,8 @@ public:
 
 private:
     mutable std::mutex mutex_;
+    TemperatureAnswer temperatureAnswer_;
+    PlaceAnswer placeAnswer_;
     std::string room_;
     ns::Data marks_;
 };

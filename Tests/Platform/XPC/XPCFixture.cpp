@@ -26,7 +26,8 @@ struct LogLine {
 };
 
 std::mutex logMutex;
-std::vector<LogLine> logLines;
+// Never destroyed: the connections' thread logs until the process is gone.
+std::vector<LogLine>& logLines = *new std::vector<LogLine>;
 
 // Set before any thread exists: threads that look names up read the environment.
 class PrivateNamespace final : public testing::Environment {
