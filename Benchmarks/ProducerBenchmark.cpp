@@ -16,11 +16,13 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -187,8 +189,17 @@ int measure(std::uint32_t seconds, std::uint32_t width, std::uint32_t height, st
 int main(int argc, char** argv)
 {
     if (argc == 2 && std::strcmp(argv[1], "--camera") == 0) return beCamera();
-    const auto argument = [&](int index, unsigned otherwise) {
-        return argc > index ? static_cast<std::uint32_t>(std::strtoul(argv[index], nullptr, 10)) : otherwise;
-    };
-    return measure(argument(1, 60), argument(2, 3840), argument(3, 2160), argument(4, 60));
+    std::array<std::uint32_t, 4> numbers = {60, 3840, 2160, 60};
+    bool isUnderstood = argc <= 1 + static_cast<int>(numbers.size());
+    for (int index = 1; isUnderstood && index < argc; ++index) {
+        const std::string_view text = argv[index];
+        auto& number = numbers.at(static_cast<std::size_t>(index - 1));
+        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+        isUnderstood = error == std::errc() && end == text.data() + text.size() && number > 0;
+    }
+    if (!isUnderstood) {
+        std::fprintf(stderr, "usage: ProducerBenchmark [seconds [width height [frames per second]]]\n");
+        return 2;
+    }
+    return measure(numbers[0], numbers[1], numbers[2], numbers[3]);
 }
