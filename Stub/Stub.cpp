@@ -38,7 +38,7 @@ const TWCMIOExtensionStubSupportEntryPoint* loadEntryPoint(const std::string& bu
 
 }  // namespace
 
-int runStub(const std::string& bundlePath, void (*started)())
+int runStub(const std::string& bundlePath, const std::function<void()>& started)
 {
     // Blocked before the first thread, so that every thread inherits it and only the wait below sees them.
     sigset_t endSignals;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 namespace pavo {
@@ -10,6 +11,6 @@ namespace pavo {
 // `started` is called once the camera is published. The result is the process's exit code: 0 after a signal,
 // 1 where the bundle cannot be loaded, with one line on standard error that says why. Both signals must be
 // unblocked and are blocked in the whole process from here on, so call it before a thread is made.
-int runStub(const std::string& bundlePath, void (*started)());
+int runStub(const std::string& bundlePath, const std::function<void()>& started);
 
 }  // namespace pavo

@@ -1,33 +1,69 @@
+#include "Platform/CoreMediaIO/linux/CameraReport.h"
+#include "Platform/Support/Dispatch.h"
 #include "Stub/Stub.h"
 #include "Tools/Arguments.h"
 #include "Tools/Commands.h"
 #include "Tools/ProgramPaths.h"
 #include "Tools/Reporter.h"
+#include "Tools/StatusService.h"
 
+#include <cstdint>
+#include <cstdlib>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
 #include <unistd.h>
 
 namespace pavo::tools {
 namespace {
 
-void sayStarted()
-{
-    Reporter("pavo camera", false)
-        .say("Pavo Camera is up: node pavo-camera, process " + std::to_string(::getpid()) +
-             ". Ctrl-C stops it.");
-}
-
-void emitStarted()
-{
-    Reporter("pavo camera", true).emit({{"event", "started"}, {"pid", ::getpid()}});
-}
+constexpr std::int64_t kPipeWirePatienceNs = 2'000'000'000;
 
 struct CameraOptions {
     std::string bundlePath = defaultBundlePath();
     bool isJson = false;
 };
+
+void sayStarted(Reporter& reporter)
+{
+    reporter.say("Pavo Camera is up: node pavo-camera, process " + std::to_string(::getpid()) +
+                 ". Ctrl-C stops it.");
+    reporter.emit({{"event", "started"}, {"pid", ::getpid()}});
+}
+
+// One look, after the time that PipeWire takes to answer: who started the camera by hand should hear why
+// nobody sees it.
+void sayIfNobodyCanSeeIt(Reporter& reporter)
+{
+    const auto report = cmio::reportCameras();
+    if (!report || report->pipeWire != cmio::PipeWireState::waiting) return;
+    const char* wanted = std::getenv("PAVO_PIPEWIRE");
+    const bool isDaemonWanted = wanted && std::string_view(wanted) == "daemon";
+    reporter.say(isDaemonWanted
+                     ? "No PipeWire daemon answers, and PAVO_PIPEWIRE=daemon asks for one: the camera "
+                       "appears as soon as one does."
+                     : "No PipeWire answers, and the camera cannot be one of its own: it appears as soon as "
+                       "that changes. Is XDG_RUNTIME_DIR a folder that can be written to?");
+}
+
+int beCamera(const CameraOptions& options)
+{
+    // Kept by the look at PipeWire, too, which may come while the process ends.
+    const auto reporter = std::make_shared<Reporter>("pavo camera", options.isJson);
+    auto service = StatusService::create(PAVO_VERSION);
+    if (!service) {
+        reporter->error(service.problem().text);
+        return kFailure;
+    }
+    return runStub(options.bundlePath, [&reporter, &service] {
+        service.value()->start();
+        sayStarted(*reporter);
+        dispatch::after(dispatch_time(DISPATCH_TIME_NOW, kPipeWirePatienceNs),
+                        dispatch_get_global_queue(QOS_CLASS_UTILITY, 0),
+                        [reporter] { sayIfNobodyCanSeeIt(*reporter); });
+    });
+}
 
 }  // namespace
 
@@ -45,9 +81,7 @@ void addCameraCommand(CLI::App& app, int& exitCode)
         "The camera is a node of PipeWire. Without a PipeWire daemon it serves one of its own, named\n"
         "pavo-0: clients find it with PIPEWIRE_REMOTE=pavo-0. PAVO_PIPEWIRE=daemon or =embedded decides.\n"
         "What happens is written to the journal, or to standard error with PAVO_LOG=stderr.");
-    command->callback([options, &exitCode] {
-        exitCode = runStub(options->bundlePath, options->isJson ? emitStarted : sayStarted);
-    });
+    command->callback([options, &exitCode] { exitCode = beCamera(*options); });
 }
 
 }  // namespace pavo::tools

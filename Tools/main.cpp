@@ -6,6 +6,18 @@
 namespace pavo::tools {
 namespace {
 
+// "camera, send or view"
+std::string commandNames(const CLI::App& app)
+{
+    const auto commands = app.get_subcommands([](const CLI::App*) { return true; });
+    std::string names;
+    for (std::size_t index = 0; index < commands.size(); ++index) {
+        if (index > 0) names += index + 1 < commands.size() ? ", " : " or ";
+        names += commands[index]->get_name();
+    }
+    return names;
+}
+
 // One line: what is wrong, and where to read on. `word` is the first one on the command line, if any.
 int reportMistake(const CLI::App& app, const CLI::ParseError& error, const std::string& word)
 {
@@ -14,8 +26,8 @@ int reportMistake(const CLI::App& app, const CLI::ParseError& error, const std::
         command += " " + subcommand->get_name();
     std::string mistake = error.what();
     if (app.get_subcommands().empty())
-        mistake = (word.empty() ? "a command is missing" : "there is no command '" + word + "'") +
-                  ": camera, send, view or demo";
+        mistake = (word.empty() ? "a command is missing" : "there is no command '" + word + "'") + ": " +
+                  commandNames(app);
     std::fprintf(stderr, "%s: %s (\"%s --help\" says more)\n", command.c_str(), mistake.c_str(),
                  command.c_str());
     return kWrongUsage;
@@ -34,6 +46,7 @@ int main(int argc, char** argv)
     addCameraCommand(app, exitCode);
     addSendCommand(app, exitCode);
     addViewCommand(app, exitCode);
+    addStatusCommand(app, exitCode);
     addDemoCommand(app, exitCode);
     app.footer("Start with \"pavo camera\"; then, in other terminals, \"pavo send\" and \"pavo view\".\n"
                "\"pavo COMMAND --help\" says more.");

@@ -78,13 +78,14 @@ TEST_F(CommandLine, HelpOfEachCommandExplainsEachOption)
     expectOptions({"send"}, {"--png", "--size", "--format", "--fps", "--frames", "--json"});
     expectOptions({"view"}, {"--snapshot", "--after", "--every", "--out", "--raw", "--y4m", "--format",
                              "--frames", "--seconds", "--wait", "--camera", "--remote", "--json", "--trace"});
+    expectOptions({"status"}, {"--json", "--watch"});
     expectOptions({"demo"}, {"--sheet", "--phase", "--pipewire"});
 }
 
 TEST_F(CommandLine, HelpNamesTheCommands)
 {
     const auto help = run({"--help"});
-    for (const char* command : {"  camera ", "  send ", "  view ", "  demo "})
+    for (const char* command : {"  camera ", "  send ", "  view ", "  status ", "  demo "})
         EXPECT_THAT(help.out, HasSubstr(command));
 }
 
@@ -97,8 +98,8 @@ TEST_F(CommandLine, VersionIsOneLine)
 
 TEST_F(CommandLine, CommandThatIsMissingOrUnknownIsAMistake)
 {
-    expectMistakes("pavo", {{{}, "a command is missing: camera, send, view or demo"},
-                            {{"film"}, "there is no command 'film': camera, send, view or demo"},
+    expectMistakes("pavo", {{{}, "a command is missing: camera, send, view, status or demo"},
+                            {{"film"}, "there is no command 'film': camera, send, view, status or demo"},
                             {{"--film"}, "there is no command '--film'"}});
 }
 
@@ -169,6 +170,11 @@ TEST_F(CommandLine, OtherCommandsRefuseBadValues)
 {
     expectMistakes("pavo camera", {{{"camera", "more"}, "not expected: more"},
                                    {{"camera", "--bundle", ""}, "--bundle: the name is empty"}});
+    expectMistakes("pavo status",
+                   {{{"status", "more"}, "not expected: more"},
+                    {{"status", "--loud"}, "not expected: --loud"},
+                    {{"status", "--watch"},
+                     "--watch needs a terminal; with --json it writes one line a second anywhere"}});
     expectMistakes("pavo demo",
                    {{{"demo", "--phase", "1"}, "--phase: a phase takes from 2 to 15 seconds, not '1'"},
                     {{"demo", "--phase", "long"}, "not 'long'"},
@@ -221,6 +227,29 @@ TEST_F(CommandLine, FilesThatCannotBeUsedAreNamed)
     EXPECT_EQ(bundle.exitCode, kFailure);
     EXPECT_THAT(bundle.errorLines(), SizeIs(1));
     EXPECT_THAT(bundle.err, HasSubstr("cannot load the bundle " + path("none.bundle")));
+}
+
+TEST_F(CommandLine, StatusSaysThatThereIsNoCamera)
+{
+    for (const auto& options : {Words{"status"}, {"status", "--json"}, {"status", "--json", "--watch"}}) {
+        const auto result = run(options);
+        EXPECT_EQ(result.exitCode, kFailure);
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(result.err, "pavo status: no camera is running; \"pavo camera\" starts one\n");
+    }
+}
+
+TEST_F(CommandLine, CameraSaysThatNobodyCouldFindIt)
+{
+    // A file where the folder should be, which stops even root.
+    const std::string file = path("file");
+    std::ofstream(file) << "no folder";
+    ::setenv("PAVO_BOOTSTRAP_DIR", file.c_str(), 1);
+    const auto result = run({"camera"});
+    EXPECT_EQ(result.exitCode, kFailure);
+    EXPECT_THAT(result.err, HasSubstr("pavo camera: no program could find this camera: the folder for its "
+                                      "sockets cannot be made or used, PAVO_BOOTSTRAP_DIR is " +
+                                      file + "\n"));
 }
 
 TEST_F(CommandLine, ViewSaysThatThereIsNoPipeWire)

@@ -125,6 +125,17 @@ mach_port_t bootstrap_system_port(void)
     return pavo::mach::kSystemNamespacePort;
 }
 
+kern_return_t bootstrap_name_of(mach_port_t sp, name_t service_name)
+{
+    if (!service_name) return KERN_INVALID_ARGUMENT;
+    const auto name = pavo::mach::PortTable::shared().nameOf(sp);
+    if (name.empty()) return KERN_INVALID_NAME;
+    // Names that can be registered are shorter than the buffer.
+    name.copy(service_name, BOOTSTRAP_MAX_NAME_LEN - 1);
+    service_name[name.size()] = '\0';
+    return BOOTSTRAP_SUCCESS;
+}
+
 kern_return_t mach_port_connect(mach_port_name_t receive, mach_port_name_t* connection)
 {
     if (!connection) return KERN_INVALID_ARGUMENT;

@@ -132,6 +132,14 @@ std::string PortTable::pathOf(mach_port_name_t name)
     return found == rights_.end() ? std::string() : found->second.path;
 }
 
+std::string PortTable::nameOf(mach_port_name_t name)
+{
+    const std::lock_guard lock(mutex_);
+    const auto found = rights_.find(name);
+    if (found == rights_.end() || found->second.registrations.empty()) return {};
+    return found->second.registrations.back().name;
+}
+
 kern_return_t PortTable::registerName(Namespace where, const std::string& name, mach_port_t port)
 {
     const std::lock_guard lock(mutex_);

@@ -31,6 +31,8 @@ public:
     bool deallocate(mach_port_name_t name);
     // Where the port's socket is; empty where the port is not one of ours.
     std::string pathOf(mach_port_name_t name);
+    // The name that the port was registered under last; empty where it has none.
+    std::string nameOf(mach_port_name_t name);
     kern_return_t registerName(Namespace where, const std::string& name, mach_port_t port);
 
 private:

@@ -121,6 +121,19 @@ std::optional<std::uint32_t> CameraNode::nodeId() const
     return id == PW_ID_ANY ? std::nullopt : std::optional(id);
 }
 
+CameraReport CameraNode::report()
+{
+    CameraReport report;
+    report.nodeName = description_.nodeName;
+    report.label = description_.label;
+    report.nodeId = nodeId();
+    report.isStreaming = isStreaming_;
+    report.frames = tally_.counts();
+    const std::lock_guard guard(drawingMutex_);
+    report.layout = layout_;
+    return report;
+}
+
 void CameraNode::send(OutgoingSample sample)
 {
     // Most of the time nobody watches: that costs no lock.
@@ -133,6 +146,8 @@ void CameraNode::send(OutgoingSample sample)
         const std::lock_guard guard(waitingMutex_);
         std::swap(waiting_, replaced);
     }
+    tally_.sent();
+    if (replaced) tally_.dropped(FrameTally::Drop::replaced);
     pw_stream_trigger_process(stream_);
 }
 
@@ -186,22 +201,29 @@ void CameraNode::process()
     // A client that asks again after a frame finds nothing new.
     if (!outgoing) return;
     CVImageBufferRef pixels = CMSampleBufferGetImageBuffer(outgoing->sample.get());
-    if (!pixels) return;
+    if (!pixels) {
+        tally_.dropped(FrameTally::Drop::unusable);
+        return;
+    }
     const PictureReader picture(cf::retain(pixels));
 
     const std::lock_guard guard(drawingMutex_);
     if (!picture.isValid()) {
         complain(CVPixelBufferGetPixelFormatType(pixels));
+        tally_.dropped(FrameTally::Drop::unusable);
         return;
     }
-    if (!layout_) return;
-    pw_buffer* buffer = dequeueFree();
-    if (!buffer) return;
+    pw_buffer* buffer = layout_ ? dequeueFree() : nullptr;
+    if (!buffer) {
+        tally_.dropped(layout_ ? FrameTally::Drop::withoutBuffer : FrameTally::Drop::unwatched);
+        return;
+    }
     spa_buffer* content = buffer->buffer;
     spa_chunk& chunk = *content->datas[0].chunk;
     chunk.offset = 0;
     chunk.stride = layout_->stride();
-    const bool isDrawn = draw(picture, CVPixelBufferGetIOSurface(pixels), *buffer);
+    IOSurfaceRef surface = CVPixelBufferGetIOSurface(pixels);
+    const bool isDrawn = draw(picture, surface, *buffer);
     chunk.size = isDrawn ? static_cast<std::uint32_t>(layout_->size()) : 0;
     chunk.flags = isDrawn ? SPA_CHUNK_FLAG_NONE : SPA_CHUNK_FLAG_CORRUPTED;
     void* found = spa_buffer_find_meta_data(content, SPA_META_Header, sizeof(spa_meta_header));
@@ -214,6 +236,10 @@ void CameraNode::process()
         header->seq = sequence_++;
     }
     pw_stream_queue_buffer(stream_, buffer);
+    if (isDrawn)
+        tally_.drawn(surface && !IOSurfaceIsLocal(surface));
+    else
+        tally_.dropped(FrameTally::Drop::unusable);
 }
 
 std::optional<OutgoingSample> CameraNode::takeWaiting()
@@ -224,7 +250,7 @@ std::optional<OutgoingSample> CameraNode::takeWaiting()
 
 void CameraNode::dropWaiting()
 {
-    takeWaiting();
+    if (takeWaiting()) tally_.dropped(FrameTally::Drop::unwatched);
     const std::lock_guard guard(drawingMutex_);
     contentSurface_ = {};
 }

@@ -1,6 +1,8 @@
 #pragma once
 
+#include "Platform/CoreMediaIO/linux/CameraReport.h"
 #include "Platform/CoreMediaIO/linux/FrameConverter.h"
+#include "Platform/CoreMediaIO/linux/FrameTally.h"
 #include "Platform/CoreMediaIO/linux/PipeWireLoop.h"
 #include "Platform/CoreMediaIO/linux/SampleSink.h"
 #include "Platform/CoreMediaIO/linux/VideoLayout.h"
@@ -64,6 +66,8 @@ public:
     // PipeWire's number of the node while it is published.
     std::optional<std::uint32_t> nodeId() const;
     const std::string& name() const { return description_.nodeName; }
+    // Without clients.
+    CameraReport report();
 
     void send(OutgoingSample sample) override;
 
@@ -88,6 +92,7 @@ private:
     std::unique_ptr<PipeWireNodeEvents> events_;
     pw_stream* stream_ = nullptr;
     std::atomic<bool> isStreaming_ = false;
+    FrameTally tally_;
 
     std::mutex waitingMutex_;
     std::optional<OutgoingSample> waiting_;  // guarded by waitingMutex_

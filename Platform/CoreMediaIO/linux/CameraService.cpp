@@ -2,6 +2,7 @@
 
 #include "Platform/CoreMediaIO/linux/CMIOExtensionImpl.h"
 #include "Platform/CoreMediaIO/linux/Log.h"
+#include "Platform/Support/Synchronized.h"
 
 #include <algorithm>
 #include <utility>
@@ -11,6 +12,14 @@ namespace cmio {
 namespace {
 
 constexpr const char* kNodeName = "pavo-camera";
+
+// The one that was started last: there is one provider in a process. Never destroyed, because whoever asks
+// may be a thread that the process ends with.
+pavo::Synchronized<std::weak_ptr<CameraService>>& currentService()
+{
+    static auto& current = *new pavo::Synchronized<std::weak_ptr<CameraService>>;
+    return current;
+}
 
 std::string askModel(ExtensionDevice& device)
 {
@@ -29,6 +38,7 @@ CameraService::start(std::weak_ptr<ExtensionProviderSource> source, dispatch::Qu
                      const std::vector<std::shared_ptr<ExtensionDevice>>& devices)
 {
     auto service = std::make_shared<CameraService>(std::move(source), std::move(clientQueue));
+    currentService().store(service);
     // Weakly: a provider that goes before its turn has nothing to publish.
     dispatch::async(service->clientQueue_.get(), [weak = std::weak_ptr(service), devices] {
         if (const auto self = weak.lock()) self->publish(devices);
@@ -61,6 +71,21 @@ void CameraService::stop()
     lost();
     connection_.reset();
     published_.clear();
+}
+
+ServiceReport CameraService::report()
+{
+    ServiceReport report;
+    const std::lock_guard guard(mutex_);
+    if (!loop_) return report;
+    const PipeWireLoop::Lock lock(*loop_);
+    if (connection_) report.pipeWire = connection_->state();
+    for (const Published& each : published_) {
+        CameraReport camera = each.node->report();
+        if (tracker_ && camera.nodeId) camera.clients = tracker_->clientsOf(*camera.nodeId);
+        report.cameras.push_back(std::move(camera));
+    }
+    return report;
 }
 
 void CameraService::publish(const std::vector<std::shared_ptr<ExtensionDevice>>& devices)
@@ -165,6 +190,13 @@ void CameraService::refuse(const std::string& nodeName, std::int32_t process)
                      [&nodeName](const Published& each) { return each.node->name() == nodeName; });
     if (refusing == published_.end()) return;
     if (const auto node = refusing->node->nodeId(); node && tracker_) tracker_->unlink(*node, process);
+}
+
+std::optional<ServiceReport> reportCameras()
+{
+    const auto service = currentService().load().lock();
+    if (!service) return std::nullopt;
+    return service->report();
 }
 
 }  // namespace cmio

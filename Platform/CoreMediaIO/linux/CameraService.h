@@ -2,6 +2,7 @@
 
 #include "Platform/CoreMediaIO/CMIOExtensionProvider.h"
 #include "Platform/CoreMediaIO/linux/CameraNode.h"
+#include "Platform/CoreMediaIO/linux/CameraReport.h"
 #include "Platform/CoreMediaIO/linux/ClientTracker.h"
 #include "Platform/CoreMediaIO/linux/PipeWireConnection.h"
 #include "Platform/CoreMediaIO/linux/PipeWireLoop.h"
@@ -34,6 +35,9 @@ public:
 
     // The cameras disappear; streams that run are stopped on the client queue.
     void stop();
+
+    // Not on the loop's thread.
+    ServiceReport report();
 
 private:
     struct Published {

@@ -1,9 +1,11 @@
 #include "Platform/CoreMediaIO/linux/ClientTracker.h"
 
 #include "Platform/CoreMediaIO/linux/PipeWireHeaders.h"
+#include "Platform/Support/linux/ProgramName.h"
 
 #include <charconv>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -67,6 +69,10 @@ struct ClientTracker::BoundClient {
         const auto claimed = numberOf<std::int32_t>(info.props, PW_KEY_APP_PROCESS_ID);
         if (const auto kernel = numberOf<std::int32_t>(info.props, PW_KEY_SEC_PID)) kernelProcess = *kernel;
         process = isPortalClient && claimed ? *claimed : kernelProcess;
+        portalApplication = textOf(info.props, kPortalApplicationKey);
+        isProcessKnown = process == kernelProcess;
+        program = textOf(info.props, PW_KEY_APP_PROCESS_BINARY);
+        if (program.empty()) program = textOf(info.props, PW_KEY_APP_NAME);
         tracker.onChange_();
     }
 
@@ -74,7 +80,10 @@ struct ClientTracker::BoundClient {
     pw_proxy* proxy = nullptr;
     spa_hook hook{};
     std::int32_t kernelProcess;
-    std::int32_t process = 0;  // 0 until the client's info has come
+    std::int32_t process = 0;     // 0 until the client's info has come
+    bool isProcessKnown = false;  // to the kernel, so that /proc tells of it
+    std::string program;          // by its own word
+    std::string portalApplication;
 };
 
 // The registry's callbacks, and the hook that they hang on.
@@ -110,7 +119,8 @@ struct RegistryEvents {
             const auto output = numberOf<std::uint32_t>(properties, PW_KEY_LINK_OUTPUT_NODE);
             const auto input = numberOf<std::uint32_t>(properties, PW_KEY_LINK_INPUT_NODE);
             if (!output || !input) return;
-            tracker.links_.insert_or_assign(id, ClientTracker::Link{*output, *input});
+            tracker.links_.insert_or_assign(
+                id, ClientTracker::Link{*output, *input, std::chrono::steady_clock::now()});
             tracker.onChange_();
         }
     }
@@ -141,12 +151,18 @@ ClientTracker::~ClientTracker()
     pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry_));
 }
 
-std::int32_t ClientTracker::processOf(const Link& link) const
+const ClientTracker::BoundClient* ClientTracker::clientOf(const Link& link) const
 {
     const auto node = clientOfNode_.find(link.inputNode);
-    if (node == clientOfNode_.end()) return 0;
+    if (node == clientOfNode_.end()) return nullptr;
     const auto client = clients_.find(node->second);
-    return client == clients_.end() ? 0 : client->second->process;
+    return client == clients_.end() ? nullptr : client->second.get();
+}
+
+std::int32_t ClientTracker::processOf(const Link& link) const
+{
+    const BoundClient* client = clientOf(link);
+    return client ? client->process : 0;
 }
 
 std::set<std::int32_t> ClientTracker::processesOf(std::uint32_t nodeId) const
@@ -157,6 +173,24 @@ std::set<std::int32_t> ClientTracker::processesOf(std::uint32_t nodeId) const
         if (const std::int32_t process = processOf(link); process > 0) processes.insert(process);
     }
     return processes;
+}
+
+std::vector<ClientReport> ClientTracker::clientsOf(std::uint32_t nodeId) const
+{
+    std::map<std::int32_t, ClientReport> reports;
+    for (const auto& [id, link] : links_) {
+        const BoundClient* client = link.outputNode == nodeId ? clientOf(link) : nullptr;
+        if (!client || client->process <= 0) continue;
+        const auto [report, isNew] = reports.try_emplace(client->process);
+        if (!isNew && report->second.since <= link.since) continue;
+        std::string program = client->isProcessKnown ? pavo::programName(client->process) : "";
+        if (program.empty()) program = client->program;
+        report->second = {client->process, std::move(program), client->portalApplication, link.since};
+    }
+    std::vector<ClientReport> list;
+    for (auto& [process, report] : reports)
+        list.push_back(std::move(report));
+    return list;
 }
 
 void ClientTracker::unlink(std::uint32_t nodeId, std::int32_t process)

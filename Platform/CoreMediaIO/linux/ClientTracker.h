@@ -1,10 +1,14 @@
 #pragma once
 
+#include "Platform/CoreMediaIO/linux/CameraReport.h"
+
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <set>
+#include <vector>
 
 struct pw_core;
 struct pw_registry;
@@ -28,6 +32,8 @@ public:
 
     // Processes that are linked to the output of that node.
     std::set<std::int32_t> processesOf(std::uint32_t nodeId) const;
+    // The same processes, with what is known of each.
+    std::vector<ClientReport> clientsOf(std::uint32_t nodeId) const;
     // Cuts the links that the process has to that node.
     void unlink(std::uint32_t nodeId, std::int32_t process);
 
@@ -37,8 +43,11 @@ private:
     struct Link {
         std::uint32_t outputNode;
         std::uint32_t inputNode;
+        std::chrono::steady_clock::time_point since;
     };
 
+    // Null while it is not known.
+    const BoundClient* clientOf(const Link& link) const;
     // 0 while not all of it is known.
     std::int32_t processOf(const Link& link) const;
 

@@ -69,6 +69,12 @@ PipeWireConnection::~PipeWireConnection()
     if (daemonContext_) pw_context_destroy(daemonContext_);
 }
 
+PipeWireState PipeWireConnection::state() const
+{
+    if (!core_) return PipeWireState::waiting;
+    return server_ == Server::daemon ? PipeWireState::daemon : PipeWireState::embedded;
+}
+
 void PipeWireConnection::restart()
 {
     lose_.schedule();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/CoreMediaIO/linux/CameraReport.h"
 #include "Platform/CoreMediaIO/linux/EmbeddedServer.h"
 #include "Platform/CoreMediaIO/linux/PipeWireLoop.h"
 
@@ -37,6 +38,7 @@ public:
     PipeWireConnection(const PipeWireConnection&) = delete;
     PipeWireConnection& operator=(const PipeWireConnection&) = delete;
 
+    PipeWireState state() const;
     // Gives the connection up, soon, and makes a new one.
     void restart();
 

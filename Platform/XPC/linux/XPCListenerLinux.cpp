@@ -1,5 +1,6 @@
 #include "Platform/XPC/linux/XPCListenerLinux.h"
 
+#include "Platform/XPC/linux/AcceptedPeers.h"
 #include "Platform/XPC/linux/WireLimits.h"
 #include "Platform/XPC/linux/XPCConnectionLinux.h"
 #include "Platform/XPC/linux/XPCLog.h"
@@ -141,13 +142,17 @@ void Listener::Impl::linkWasLost(const std::shared_ptr<PeerLink>& link, PeerLink
 void Listener::Impl::offer(const std::shared_ptr<PeerLink>& link)
 {
     std::shared_ptr<ListenerDelegate> receiver;
+    std::weak_ptr<ListeningPort> ownPort;
     {
         const std::lock_guard lock(mutex);
         if (!isInvalidated) receiver = delegate.lock();
+        ownPort = port;
     }
     const auto listener = owner.lock();
     const auto connection = Connection::Impl::create(std::make_unique<Connection::Impl>(link));
-    if (!receiver || !receiver->listenerShouldAcceptNewConnection(*listener, connection))
+    if (receiver && receiver->listenerShouldAcceptNewConnection(*listener, connection))
+        AcceptedPeers::shared().add(ownPort, connection);
+    else
         connection->invalidate();
 }
 

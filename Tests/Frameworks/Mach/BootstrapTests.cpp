@@ -202,6 +202,23 @@ TEST_F(Bootstrap, OnePortMayHaveSeveralNames)
     EXPECT_EQ(lookUp(bootstrap_port, "two"), BOOTSTRAP_UNKNOWN_SERVICE);
 }
 
+TEST_F(Bootstrap, APortKnowsTheNameThatItWasRegisteredUnderLast)
+{
+    const auto port = allocate();
+    name_t name{};
+    EXPECT_EQ(bootstrap_name_of(port, name), KERN_INVALID_NAME);
+    const std::string longest(BOOTSTRAP_MAX_NAME_LEN - 1, 'n');
+    for (const auto& wanted : {std::string("com.example.first"), longest}) {
+        ASSERT_EQ(registerName(userNamespace(), wanted, port), BOOTSTRAP_SUCCESS);
+        EXPECT_EQ(bootstrap_name_of(port, name), BOOTSTRAP_SUCCESS);
+        EXPECT_EQ(name, wanted);
+    }
+    EXPECT_EQ(bootstrap_name_of(port, nullptr), KERN_INVALID_ARGUMENT);
+    deallocate(port);
+    EXPECT_EQ(bootstrap_name_of(port, name), KERN_INVALID_NAME);
+    EXPECT_EQ(bootstrap_name_of(MACH_PORT_NULL, name), KERN_INVALID_NAME);
+}
+
 TEST_F(Bootstrap, ANameIsActiveWhileItsPortLives)
 {
     const auto first = allocate();
