@@ -62,7 +62,7 @@ CameraStatus::Process processFrom(const json& object)
 
 CameraStatus::Client clientFrom(const json& object)
 {
-    CameraStatus::Client client{processFrom(json), std::nullopt};
+    CameraStatus::Client client{processFrom(object), std::nullopt};
     if (const auto& id = object.at("app_id"); !id.is_null()) client.applicationId = id.get<std::string>();
     return client;
 }

@@ -13,6 +13,8 @@
 #include <chrono>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
+#include <optional>
+#include <span>
 #include <string_view>
 #include <sys/socket.h>
 #include <unistd.h>

@@ -1,5 +1,7 @@
 #include "Platform/XPC/linux/AcceptedPeers.h"
 
+#include "Platform/XPC/linux/XPCListenerEndpointLinux.h"
+
 #include <servers/bootstrap_private.h>
 
 #include <utility>

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "Platform/XPC/XPCConnection.h"
-#include "Platform/XPC/linux/XPCListenerEndpointLinux.h"
 
 #include <chrono>
 #include <cstdint>
@@ -11,6 +10,8 @@
 #include <vector>
 
 namespace xpc {
+
+class ListeningPort;
 
 // The peers that listeners of this process have let in: for those who ask how the process is.
 //
