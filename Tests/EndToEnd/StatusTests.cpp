@@ -1,6 +1,7 @@
 // What `pavo status` says of a real camera while producers and clients come and go, and what is said where
 // there is none, or one too many.
 
+#include "Platform/Support/UniqueFd.h"
 #include "Tests/EndToEnd/WholeCamera.h"
 #include "Tests/Support/ChildProcess.h"
 #include "Tests/Support/ProcessFacts.h"
@@ -11,6 +12,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <filesystem>
