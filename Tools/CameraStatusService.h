@@ -4,8 +4,8 @@
 
 #include <string_view>
 
-// How a running camera is asked how it is. Anybody of the camera's user may ask: the name, the protocol's name
-// and the selector are told in Documentation/WireFormat.md.
+// How a running camera is asked how it is. Any program of the camera's user may ask:
+// Documentation/WireFormat.md tells the names.
 namespace pavo::tools {
 
 // Whoever has this name is the user's camera: there is one.
