@@ -18,7 +18,8 @@
 namespace pavo::tools {
 namespace {
 
-constexpr std::int64_t kPipeWirePatienceNs = 2'000'000'000;
+constexpr std::int64_t kBetweenLooksNs = 250'000'000;
+constexpr int kLooks = 8;
 
 struct CameraOptions {
     std::string bundlePath = defaultBundlePath();
@@ -32,12 +33,8 @@ void sayStarted(Reporter& reporter)
     reporter.emit({{"event", "started"}, {"pid", ::getpid()}});
 }
 
-// One look, after the time that PipeWire takes to answer: who started the camera by hand should hear why
-// nobody sees it.
-void sayIfNobodyCanSeeIt(Reporter& reporter)
+void sayThatNobodyCanSeeIt(Reporter& reporter)
 {
-    const auto report = cmio::reportCameras();
-    if (!report || report->pipeWire != cmio::PipeWireState::waiting) return;
     const char* wanted = std::getenv("PAVO_PIPEWIRE");
     const bool isDaemonWanted = wanted && std::string_view(wanted) == "daemon";
     reporter.say(isDaemonWanted
@@ -47,9 +44,24 @@ void sayIfNobodyCanSeeIt(Reporter& reporter)
                        "that changes. Is XDG_RUNTIME_DIR a folder that can be written to?");
 }
 
+// Who started the camera by hand should hear why nobody sees it. Looks until PipeWire has answered, which it
+// usually has at the first look, and then never again: a camera that nobody watches must not wake up.
+void lookForPipeWire(const std::shared_ptr<Reporter>& reporter, int looksLeft)
+{
+    dispatch::after(dispatch_time(DISPATCH_TIME_NOW, kBetweenLooksNs),
+                    dispatch_get_global_queue(QOS_CLASS_UTILITY, 0), [reporter, looksLeft] {
+                        const auto report = cmio::reportCameras();
+                        if (!report || report->pipeWire != cmio::PipeWireState::waiting) return;
+                        if (looksLeft > 1)
+                            lookForPipeWire(reporter, looksLeft - 1);
+                        else
+                            sayThatNobodyCanSeeIt(*reporter);
+                    });
+}
+
 int beCamera(const CameraOptions& options)
 {
-    // Kept by the look at PipeWire, too, which may come while the process ends.
+    // Kept by the looks for PipeWire, too, one of which may come while the process ends.
     const auto reporter = std::make_shared<Reporter>("pavo camera", options.isJson);
     auto service = StatusService::create(PAVO_VERSION);
     if (!service) {
@@ -59,9 +71,7 @@ int beCamera(const CameraOptions& options)
     return runStub(options.bundlePath, [&reporter, &service] {
         service.value()->start();
         sayStarted(*reporter);
-        dispatch::after(dispatch_time(DISPATCH_TIME_NOW, kPipeWirePatienceNs),
-                        dispatch_get_global_queue(QOS_CLASS_UTILITY, 0),
-                        [reporter] { sayIfNobodyCanSeeIt(*reporter); });
+        lookForPipeWire(reporter, kLooks);
     });
 }
 
