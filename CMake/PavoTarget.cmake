@@ -96,7 +96,7 @@ endfunction()
 # WRAPS names C functions that the test replaces (GNU ld --wrap): it defines __wrap_<name> and may call
 # __real_<name>. LIBS are linked in the order given: product modules first, then what implements them.
 function(pavo_test name)
-  cmake_parse_arguments(arg "" "LABEL;TIMEOUT" "SOURCES;LIBS;WRAPS;PROPERTIES" ${ARGN})
+  cmake_parse_arguments(arg "" "TIMEOUT" "LABEL;SOURCES;LIBS;WRAPS;PROPERTIES" ${ARGN})
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 60)
   endif()
@@ -111,7 +111,11 @@ function(pavo_test name)
   endforeach()
   pavo_defaults(${name})
   gtest_discover_tests(${name} TEST_PREFIX "" DISCOVERY_TIMEOUT 60
-    PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS ${arg_LABEL} ${arg_PROPERTIES})
+    PROPERTIES TIMEOUT ${arg_TIMEOUT} ${arg_PROPERTIES})
+  # Not among the properties above, where a list of labels would come apart.
+  set(labels ${CMAKE_CURRENT_BINARY_DIR}/${name}_labels.cmake)
+  file(WRITE ${labels} "set_tests_properties(\${${name}_TESTS} PROPERTIES LABELS \"${arg_LABEL}\")\n")
+  set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${labels})
 endfunction()
 
 # Compiles each header of the framework as the first of a file, so that none needs what another one includes.

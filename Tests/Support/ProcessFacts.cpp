@@ -1,5 +1,6 @@
 #include "Tests/Support/ProcessFacts.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -22,6 +23,24 @@ std::uint64_t switchesOf(const std::filesystem::path& task)
     for (std::string line; std::getline(status, line);)
         if (line.starts_with(key)) return std::stoull(line.substr(key.size()));
     return 0;
+}
+
+// The fields of its status from the third on: the name before them may hold anything, a bracket ends it.
+std::string factsAfterName(pid_t process)
+{
+    std::string line;
+    std::getline(std::ifstream(folderOf(process) + "/stat") >> std::ws, line);
+    return line.substr(line.rfind(')') + 1);
+}
+
+// None where it has ended.
+pid_t parentOf(pid_t process)
+{
+    std::istringstream words(factsAfterName(process));
+    std::string state;
+    pid_t parent = -1;
+    words >> state >> parent;
+    return parent;
 }
 
 }  // namespace
@@ -50,11 +69,8 @@ std::map<std::string, std::uint64_t> mappingsOf(pid_t process, const std::string
 
 std::uint64_t processorTicks(pid_t process)
 {
-    std::string line;
-    std::getline(std::ifstream(folderOf(process) + "/stat") >> std::ws, line);
-    // The name may hold anything, so fields are counted from its closing bracket: the first of them is the
-    // third of all, the times are the fourteenth and fifteenth.
-    std::istringstream words(line.substr(line.rfind(')') + 1));
+    std::istringstream words(factsAfterName(process));
+    // The first is the third of all, the times are the fourteenth and fifteenth.
     std::string skipped;
     for (int field = 3; field < 14; ++field)
         words >> skipped;
@@ -70,6 +86,25 @@ std::map<pid_t, std::uint64_t> voluntarySwitches(pid_t process)
     for (const auto& task : std::filesystem::directory_iterator(folderOf(process) + "/task", error))
         switches.emplace(std::stoi(task.path().filename().string()), switchesOf(task.path()));
     return switches;
+}
+
+std::vector<pid_t> descendantsOf(pid_t process)
+{
+    std::multimap<pid_t, pid_t> children;
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc", error)) {
+        const std::string name = entry.path().filename().string();
+        if (name.find_first_not_of("0123456789") != std::string::npos) continue;
+        const pid_t child = std::stoi(name);
+        children.emplace(parentOf(child), child);
+    }
+    std::vector<pid_t> found = {process};
+    for (std::size_t next = 0; next < found.size(); ++next) {
+        const auto [begin, end] = children.equal_range(found[next]);
+        std::transform(begin, end, std::back_inserter(found), [](const auto& pair) { return pair.second; });
+    }
+    found.erase(found.begin());
+    return found;
 }
 
 }  // namespace pavo::test

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <vector>
 
 // What the kernel knows of another process.
 namespace pavo::test {
@@ -21,5 +22,8 @@ std::uint64_t processorTicks(pid_t process);
 
 // How often each of its threads has gone to sleep by itself, which is how often it was woken. By thread id.
 std::map<pid_t, std::uint64_t> voluntarySwitches(pid_t process);
+
+// The processes that it started, those that these started, and so on: each after its parent.
+std::vector<pid_t> descendantsOf(pid_t process);
 
 }  // namespace pavo::test
