@@ -1,6 +1,6 @@
 # The commands in front of the build. All work on a Debian 12 with nothing installed but make.
 
-.PHONY: help demo test build package macos dependencies macos-dependencies
+.PHONY: help demo test build package macos dependencies macos-dependencies clients-dependencies
 
 help:
 	@echo "make demo          build the camera and watch it work, in about two minutes"
@@ -9,12 +9,17 @@ help:
 	@echo "make package       make its Debian packages, in build/package/packages"
 	@echo "make macos         build the macOS bundle into build/macos, and hold it against its contract"
 	@echo "make dependencies  install the Debian packages that the others need"
+	@echo "make clients-dependencies  install browsers and what else the tests open the camera with"
 
 dependencies:
 	@Tools/install-dependencies.sh
 
 macos-dependencies:
 	@Tools/install-dependencies.sh Tools/dependencies-macos.txt
+
+# Applications that the tests have as clients where they are installed.
+clients-dependencies:
+	@Tools/install-dependencies.sh Tools/dependencies-clients.txt
 
 build: dependencies
 	cmake --preset release -DBUILD_TESTING=OFF
