@@ -24,8 +24,8 @@ void keepPicture(const ClientPicture& picture, const std::string& name);
 // The counter of `pavo send`'s test pattern, where the picture shows the whole pattern and nothing else.
 std::optional<std::uint32_t> counterOf(const ClientPicture& picture);
 
-// What a client takes the camera's YUV for. It is BT.709, as HD video is, but PipeWire has no word for that to
-// which all clients listen.
+// What a client takes the camera's YUV for. It is BT.709, as HD video is, but PipeWire has no word for that
+// to which all clients listen.
 enum class Reading { bt709, bt601 };
 
 // How far the pattern's seven bars are from the colours that they have when read so: the largest distance of
