@@ -26,5 +26,6 @@ void addSendCommand(CLI::App& app, int& exitCode);
 void addViewCommand(CLI::App& app, int& exitCode);
 void addStatusCommand(CLI::App& app, int& exitCode);
 void addDemoCommand(CLI::App& app, int& exitCode);
+void addDoctorCommand(CLI::App& app, int& exitCode);
 
 }  // namespace pavo::tools

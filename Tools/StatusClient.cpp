@@ -14,7 +14,6 @@
 namespace pavo::tools {
 namespace {
 
-constexpr std::chrono::seconds kPatience(5);
 constexpr const char* kNoCamera = "no camera is running; \"pavo camera\" starts one";
 constexpr const char* kSilentCamera =
     "a camera is running, but it does not answer; its log may say why, and ending it lets another one start";
@@ -34,10 +33,10 @@ public:
         isLost_ = true;
         changed_.notify_one();
     }
-    Result<std::string> wait()
+    Result<std::string> wait(std::chrono::milliseconds patience)
     {
         std::unique_lock lock(mutex_);
-        changed_.wait_for(lock, kPatience, [this] { return text_ || isLost_; });
+        changed_.wait_for(lock, patience, [this] { return text_ || isLost_; });
         if (text_) return *text_;
         return Problem{isLost_ ? kNoCamera : kSilentCamera};
     }
@@ -51,7 +50,7 @@ private:
 
 }  // namespace
 
-Result<CameraStatus> askForStatus()
+Result<CameraStatus> askForStatus(std::chrono::milliseconds patience)
 {
     const auto answer = std::make_shared<Answer>();
     const auto connection = xpc::Connection::withMachServiceName(kStatusServiceName);
@@ -61,7 +60,7 @@ Result<CameraStatus> askForStatus()
     connection->resume();
     xpc::Remote<CameraStatusService>::cast(connection->remoteObjectProxy())
         ->call<&CameraStatusService::status>([answer](const ns::Data& data) { answer->put(data); });
-    const auto text = answer->wait();
+    const auto text = answer->wait(patience);
     connection->invalidate();
     if (!text) return text.problem();
     auto status = statusFromJson(nlohmann::json::parse(text.value(), nullptr, false));

@@ -48,6 +48,7 @@ int main(int argc, char** argv)
     addViewCommand(app, exitCode);
     addStatusCommand(app, exitCode);
     addDemoCommand(app, exitCode);
+    addDoctorCommand(app, exitCode);
     app.footer("Start with \"pavo camera\"; then, in other terminals, \"pavo send\" and \"pavo view\".\n"
                "\"pavo COMMAND --help\" says more.");
     try {

@@ -80,12 +80,13 @@ TEST_F(CommandLine, HelpOfEachCommandExplainsEachOption)
                              "--frames", "--seconds", "--wait", "--camera", "--remote", "--json", "--trace"});
     expectOptions({"status"}, {"--json", "--watch"});
     expectOptions({"demo"}, {"--sheet", "--phase", "--pipewire"});
+    expectOptions({"doctor"}, {"--json", "--list"});
 }
 
 TEST_F(CommandLine, HelpNamesTheCommands)
 {
     const auto help = run({"--help"});
-    for (const char* command : {"  camera ", "  send ", "  view ", "  status ", "  demo "})
+    for (const char* command : {"  camera ", "  send ", "  view ", "  status ", "  demo ", "  doctor "})
         EXPECT_THAT(help.out, HasSubstr(command));
 }
 
@@ -98,8 +99,8 @@ TEST_F(CommandLine, VersionIsOneLine)
 
 TEST_F(CommandLine, CommandThatIsMissingOrUnknownIsAMistake)
 {
-    expectMistakes("pavo", {{{}, "a command is missing: camera, send, view, status or demo"},
-                            {{"film"}, "there is no command 'film': camera, send, view, status or demo"},
+    expectMistakes("pavo", {{{}, "a command is missing: camera, send, view, status, demo or doctor"},
+                            {{"film"}, "there is no command 'film': camera, send, view, status"},
                             {{"--film"}, "there is no command '--film'"}});
 }
 
@@ -181,6 +182,7 @@ TEST_F(CommandLine, OtherCommandsRefuseBadValues)
                     {{"demo", "--pipewire", "mine"},
                      "--pipewire: a PipeWire is auto, running, private or embedded, not 'mine'"},
                     {{"demo", "--sheet", ""}, "--sheet: the name is empty"}});
+    expectMistakes("pavo doctor", {{{"doctor", "more"}, "not expected: more"}});
 }
 
 struct BadInput {
