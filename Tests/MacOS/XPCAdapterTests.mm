@@ -1,11 +1,11 @@
-// Connections, proxies and listeners: what the adapters ask of NSXPC, and how messages get through.
+// Connections and listeners: what the adapters ask of NSXPC, and the messages of the product's own protocols.
+// What holds on every system is in the tests of the face.
 
 #include "CMIOExtensionSupport/VideoFrameService.h"
 #include "Platform/XPC/XPCConnection.h"
 #include "Platform/XPC/XPCListener.h"
 #include "Tests/MacOS/AdapterFixture.h"
 #include "Tests/MacOS/Producer.h"
-#include "Tests/Platform/XPC/Lamp.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -17,22 +17,28 @@
 namespace pavo::test {
 namespace {
 
+class Stranger;
+
+}  // namespace
+}  // namespace pavo::test
+
+template <>
+struct xpc::Protocol<pavo::test::Stranger> {
+    static constexpr std::string_view name = "Tests.Stranger";
+    using Adopts = xpc::Adopts<>;
+    using Messages = xpc::Messages<>;
+};
+
+namespace pavo::test {
+namespace {
+
 using Receiving = VideoFrameProducerServiceReportReceiving;
-using testing::_;
-using testing::Return;
 
 class MockConsumer : public VideoFrameConsumerService {
 public:
     MOCK_METHOD(void, didRecieveRawFrame, (IOSurfaceRef, CMSampleTimingInfo), (override));
     MOCK_METHOD(void, targetFPSChangedTo, (double), (override));
     virtual ~MockConsumer() = default;
-};
-
-class MockListenerDelegate : public xpc::ListenerDelegate {
-public:
-    MOCK_METHOD(bool, listenerShouldAcceptNewConnection,
-                (xpc::Listener&, const std::shared_ptr<xpc::Connection>&), (override));
-    virtual ~MockListenerDelegate() = default;
 };
 
 class XPCAdapter : public AdapterTest {
@@ -114,17 +120,6 @@ TEST_F(XPCAdapter, CarriesAFrameFromFaceToFace)
     EXPECT_EQ(CFGetRetainCount(surface.get()), 1);
 }
 
-TEST_F(XPCAdapter, ProxyConformsToItsInterfacesProtocolAndToThoseThatItAdopts)
-{
-    const auto connection = makeConnection();
-    EXPECT_FALSE(connection->remoteObjectProxy().conformsTo(xpc::describe<Receiving>()));
-    connection->setRemoteObjectInterface(xpc::describe<Receiving>());
-    const auto proxy = connection->remoteObjectProxy();
-    EXPECT_TRUE(proxy.conformsTo(xpc::describe<Receiving>()));
-    EXPECT_TRUE(proxy.conformsTo(xpc::describe<VideoFrameProducerService>()));
-    EXPECT_FALSE(proxy.conformsTo(xpc::describe<VideoFrameConsumerService>()));
-}
-
 TEST_F(XPCAdapter, ExportedObjectIsKeptAndLetGo)
 {
     auto consumer = std::make_shared<testing::NiceMock<MockConsumer>>();
@@ -140,54 +135,6 @@ TEST_F(XPCAdapter, ExportedObjectIsKeptAndLetGo)
     EXPECT_TRUE(weak.expired());
 }
 
-TEST_F(XPCAdapter, RunsHandlersAndLetsThemGo)
-{
-    const auto held = std::make_shared<int>(0);
-    const auto connection = makeConnection();
-    connection->setInterruptionHandler([held] { *held += 1; });
-    connection->setInvalidationHandler([held] { *held += 10; });
-    NSXPCConnection* const object = system();
-    [object failWithInterruption];
-    [object failWithInterruption];
-    @autoreleasepool {
-        connection->invalidate();
-    }
-    EXPECT_EQ(*held, 12);
-    EXPECT_EQ(held.use_count(), 1);
-}
-
-TEST_F(XPCAdapter, EmptyHandlersAreNone)
-{
-    const auto connection = makeConnection();
-    connection->setInterruptionHandler([] { FAIL(); });
-    connection->setInvalidationHandler([] { FAIL(); });
-    connection->setInterruptionHandler({});
-    connection->setInvalidationHandler({});
-    EXPECT_EQ(system().interruptionHandler, nil);
-    EXPECT_EQ(system().invalidationHandler, nil);
-    [system() failWithInterruption];
-    connection->invalidate();
-}
-
-TEST_F(XPCAdapter, ResumedConnectionLivesOnWithoutReferences)
-{
-    @autoreleasepool {
-        auto connection = makeConnection();
-        connection->resume();
-        connection.reset();
-    }
-    ASSERT_NE(system(), nil);
-    EXPECT_FALSE(system().isInvalidated);
-}
-
-TEST_F(XPCAdapter, TellsThePeersProcess)
-{
-    const auto connection = makeConnection();
-    EXPECT_EQ(connection->processIdentifier(), 0);
-    system().peerProcess = 4321;
-    EXPECT_EQ(connection->processIdentifier(), 4321);
-}
-
 TEST_F(XPCAdapter, EndpointCarriesThePortAtOffset24)
 {
     const auto listener = xpc::Listener::anonymousListener();
@@ -197,49 +144,6 @@ TEST_F(XPCAdapter, EndpointCarriesThePortAtOffset24)
     EXPECT_EQ(xpc::ListenerEndpoint::machPort(first.object()), listeners().at(0).port);
     EXPECT_EQ(xpc::ListenerEndpoint::machPort(second.object()), listeners().at(0).port);
     EXPECT_EQ(xpc::ListenerEndpoint::machPort(nullptr), 0U);
-}
-
-TEST_F(XPCAdapter, ListenerAsksItsDelegateAndObeys)
-{
-    const auto delegate = std::make_shared<testing::StrictMock<MockListenerDelegate>>();
-    const auto listener = xpc::Listener::anonymousListener();
-    listener->setDelegate(delegate);
-    listener->resume();
-    std::shared_ptr<xpc::Connection> accepted;
-    EXPECT_CALL(*delegate, listenerShouldAcceptNewConnection(_, _))
-        .WillOnce([&](xpc::Listener& asking, const std::shared_ptr<xpc::Connection>& connection) {
-            EXPECT_EQ(xpc::ListenerEndpoint::machPort(asking.endpoint().object()), listeners().at(0).port);
-            accepted = connection;
-            connection->resume();
-            return true;
-        })
-        .WillOnce(Return(false));
-    EXPECT_FALSE([listeners().at(0) connectPeer:nil].isInvalidated);
-    EXPECT_TRUE([listeners().at(0) connectPeer:nil].isInvalidated);
-    accepted->invalidate();
-}
-
-TEST_F(XPCAdapter, ListenerWithoutItsDelegateRefuses)
-{
-    auto delegate = std::make_shared<testing::StrictMock<MockListenerDelegate>>();
-    const auto listener = xpc::Listener::anonymousListener();
-    listener->setDelegate(delegate);
-    delegate.reset();
-    EXPECT_TRUE([listeners().at(0) connectPeer:nil].isInvalidated);
-}
-
-TEST_F(XPCAdapter, ResumedListenerAsksOnWithoutReferences)
-{
-    const auto delegate = std::make_shared<testing::StrictMock<MockListenerDelegate>>();
-    @autoreleasepool {
-        auto listener = xpc::Listener::anonymousListener();
-        listener->setDelegate(delegate);
-        listener->resume();
-        listener.reset();
-    }
-    ASSERT_EQ(listeners().size(), 1U);
-    EXPECT_CALL(*delegate, listenerShouldAcceptNewConnection(_, _)).WillOnce(Return(false));
-    EXPECT_TRUE([listeners().at(0) connectPeer:nil].isInvalidated);
 }
 
 TEST_F(XPCAdapter, InvalidatedListenerIsLetGo)
@@ -257,20 +161,11 @@ protected:
     XPCAdapterDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 };
 
-TEST_F(XPCAdapterDeathTest, MessagesThatTheInterfaceDoesNotHaveAreFatal)
-{
-    const auto connection = makeConnection();
-    EXPECT_DEATH(connection->remoteObjectProxy().send("ping", {}),
-                 "Fatal error: A message needs a remote object interface");
-    connection->setRemoteObjectInterface(xpc::describe<Receiving>());
-    EXPECT_DEATH(connection->remoteObjectProxy().send("ping", {}), "Fatal error: No such message: ping");
-}
-
 TEST_F(XPCAdapterDeathTest, ProtocolsThatWereNotCompiledAreFatal)
 {
     const auto connection = makeConnection();
-    EXPECT_DEATH(connection->setRemoteObjectInterface(xpc::describe<Lamp>()),
-                 "Fatal error: No Objective-C protocol was compiled for Tests.Lamp");
+    EXPECT_DEATH(connection->setRemoteObjectInterface(xpc::describe<Stranger>()),
+                 "Fatal error: No Objective-C protocol was compiled for Tests.Stranger");
 }
 
 TEST_F(XPCAdapterDeathTest, ObjectsOfAProtocolThatIsOnlySentAreNotExported)

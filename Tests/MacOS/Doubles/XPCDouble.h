@@ -3,11 +3,18 @@
 #include <Foundation/Foundation.h>
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
-// In place of NSXPC: listeners and connections without a peer process. The test plays the far end on its own
-// thread. Calls are recorded (Calls.h). What is resumed keeps itself alive until it is invalidated, as the
-// system's objects do.
+// In place of NSXPC: listeners and connections without a peer process. Calls are recorded (Calls.h). What is
+// resumed keeps itself alive until it is invalidated, as the system's objects do.
+//
+// The far end is played by the test, on its own thread. Where messages are carried (XPCLine.h), it is another
+// connection of this process, and nothing runs on the test's thread.
+
+namespace pavo::test {
+class XPCLine;
+}
 
 @interface NSXPCInterface ()
 @property(nonatomic, readonly) Protocol* protocol;
@@ -27,6 +34,8 @@
 // The object of the far end, which gets what is sent to the proxy.
 @property(atomic, strong) id peer;
 @property(atomic) pid_t peerProcess;
+// Null where no messages are carried.
+@property(nonatomic, readonly) const std::shared_ptr<pavo::test::XPCLine>& line;
 // The connection is lost for good: its invalidation handler runs, then it drops what it keeps.
 - (void)failWithInvalidation;
 // The peer went away: its interruption handler runs.
@@ -38,6 +47,9 @@
 @property(nonatomic, readonly) BOOL isResumed;
 // A peer dials. The delegate is asked; a refused connection is invalidated.
 - (NSXPCConnection*)connectPeer:(id)peer;
+// The same on the listener's queue, for the end of a line.
+- (void)askFor:(NSXPCConnection*)connection;
+@property(nonatomic, readonly) BOOL isInvalidated;
 @end
 
 namespace pavo::test {

@@ -1,7 +1,10 @@
 #include "Tests/MacOS/Doubles/XPCDouble.h"
 
 #include "Tests/MacOS/Doubles/Calls.h"
+#include "Tests/MacOS/Doubles/XPCLine.h"
 #include "Tests/MacOS/Runtime/Runtime.h"
+
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -119,20 +122,27 @@ std::vector<T> living(const WeakReferences& all)
 // What a connection gives as the far end's object: passes on what is of the interface's protocol. Without a
 // far end a message that wants a reply fails at once.
 @interface PavoRemoteProxy : NSObject
-- (instancetype)initWithConnection:(NSXPCConnection*)connection errorHandler:(void (^)(NSError*))errorHandler;
+- (instancetype)initWithConnection:(NSXPCConnection*)connection
+                      errorHandler:(void (^)(NSError*))errorHandler
+                     isSynchronous:(BOOL)isSynchronous;
 - (id)forwardingTargetForSelector:(SEL)selector;
+- (void)takeMessage:(const objc::Registers*)registers stack:(const void*)stack;
 @end
 
 @implementation PavoRemoteProxy {
     NSXPCConnection* _connection;
     void (^_errorHandler)(NSError*);
+    BOOL _isSynchronous;
 }
 
-- (instancetype)initWithConnection:(NSXPCConnection*)connection errorHandler:(void (^)(NSError*))errorHandler
+- (instancetype)initWithConnection:(NSXPCConnection*)connection
+                      errorHandler:(void (^)(NSError*))errorHandler
+                     isSynchronous:(BOOL)isSynchronous
 {
     self = [super init];
     _connection = connection;
     _errorHandler = errorHandler;
+    _isSynchronous = isSynchronous;
     return self;
 }
 
@@ -143,23 +153,50 @@ std::vector<T> living(const WeakReferences& all)
         objc::die("A message that the interface does not have: ", sel_getName(selector));
     pavo::test::recordCall(std::string("send ") + sel_getName(selector));
     if (const id peer = _connection.peer) return peer;
+    if (_connection.line) return nil;
     const bool hasReply = std::strstr(objc::extendedTypes(protocol, sel_getName(selector)), "@?");
     if (hasReply && _errorHandler)
         _errorHandler([NSError errorWithDomain:@"NSCocoaErrorDomain" code:kInvalid userInfo:nil]);
     return [[PavoNobody alloc] init];
 }
 
+- (void)takeMessage:(const objc::Registers*)registers stack:(const void*)stack
+{
+    const auto* const protocol = record(_connection.remoteObjectInterface.protocol);
+    const std::string types = objc::extendedTypes(protocol, static_cast<const char*>(registers->general[1]));
+    objc::Invocation message(types.c_str(), *registers, stack);
+    PavoAnswer* answer = nil;
+    std::string blockTypes;
+    if (void* const block = message.block(&blockTypes)) {
+        answer = [[PavoAnswer alloc] initWithBlock:(__bridge id)block
+                                             types:blockTypes
+                                      errorHandler:_errorHandler
+                                             queue:_connection.line->inbox()
+                                     isSynchronous:_isSynchronous];
+        message.replaceBlock((__bridge void*)[answer substitute]);
+    }
+    _connection.line->send(types, std::move(message), answer);
+    if (_isSynchronous) [answer waitForIt];
+}
+
+@end
+
+@interface NSXPCConnection ()
+@property(atomic, strong) id exported;
 @end
 
 @implementation NSXPCConnection {
     NSXPCInterface* _remote;
-    NSXPCInterface* _exported;
-    id _exportedObject;
+    NSXPCInterface* _exportedInterface;
+    std::shared_ptr<pavo::test::XPCLine> _line;
+    std::atomic<bool> _wasResumed;
+    std::atomic<bool> _wasInvalidated;
 }
 
 - (instancetype)init
 {
     self = [super init];
+    if (pavo::test::carriesMessages()) _line = std::make_shared<pavo::test::XPCLine>(self);
     const std::lock_guard lock(livingMutex);
     allConnections.push_back(self);
     return self;
@@ -194,70 +231,87 @@ std::vector<T> living(const WeakReferences& all)
 - (void)setExportedInterface:(NSXPCInterface*)interface
 {
     recordInterface("setExportedInterface", interface);
-    _exported = interface;
+    _exportedInterface = interface;
 }
 
 - (NSXPCInterface*)exportedInterface
 {
-    return _exported;
+    return _exportedInterface;
 }
 
 - (void)setExportedObject:(id)object
 {
     pavo::test::recordCall(object ? "setExportedObject" : "setExportedObject none");
-    if (object && ![object conformsToProtocol:_exported.protocol])
+    if (object && ![object conformsToProtocol:_exportedInterface.protocol])
         objc::die("The exported object is not of the exported interface's protocol");
-    _exportedObject = object;
+    self.exported = object;
 }
 
 - (id)exportedObject
 {
-    return _exportedObject;
+    return self.exported;
 }
 
 - (id)remoteObjectProxy
 {
-    return [[PavoRemoteProxy alloc] initWithConnection:self errorHandler:nil];
+    return [[PavoRemoteProxy alloc] initWithConnection:self errorHandler:nil isSynchronous:NO];
 }
 
 - (id)remoteObjectProxyWithErrorHandler:(void (^)(NSError*))handler
 {
-    return [[PavoRemoteProxy alloc] initWithConnection:self errorHandler:handler];
+    return [[PavoRemoteProxy alloc] initWithConnection:self errorHandler:handler isSynchronous:NO];
 }
 
 - (id)synchronousRemoteObjectProxyWithErrorHandler:(void (^)(NSError*))handler
 {
     pavo::test::recordCall("synchronousRemoteObjectProxy");
-    return [self remoteObjectProxyWithErrorHandler:handler];
+    return [[PavoRemoteProxy alloc] initWithConnection:self errorHandler:handler isSynchronous:YES];
+}
+
+- (const std::shared_ptr<pavo::test::XPCLine>&)line
+{
+    return _line;
 }
 
 - (pid_t)processIdentifier
 {
-    return self.peerProcess;
+    return _line && _line->hasPeer() ? ::getpid() : self.peerProcess;
+}
+
+- (BOOL)isResumed
+{
+    return _wasResumed;
+}
+
+- (BOOL)isInvalidated
+{
+    return _wasInvalidated;
 }
 
 - (void)resume
 {
     pavo::test::recordCall("connection resume");
-    if (!_isResumed) keep(self);
-    _isResumed = YES;
+    if (!_wasResumed.exchange(true)) keep(self);
+    if (_line) _line->resume();
 }
 
 - (void)invalidate
 {
     pavo::test::recordCall("connection invalidate");
-    [self failWithInvalidation];
+    if (_line)
+        _line->invalidate();
+    else
+        [self failWithInvalidation];
 }
 
 - (void)failWithInvalidation
 {
-    if (_isInvalidated) return;
-    _isInvalidated = YES;
+    if (_wasInvalidated.exchange(true)) return;
     void (^const handler)(void) = self.invalidationHandler;
     if (handler) handler();
     self.invalidationHandler = nil;
     self.interruptionHandler = nil;
-    _exportedObject = nil;
+    self.exported = nil;
     self.peer = nil;
     letGo(self);
 }
@@ -270,12 +324,18 @@ std::vector<T> living(const WeakReferences& all)
 
 @end
 
-@implementation NSXPCListener
+@implementation NSXPCListener {
+    dispatch::Queue _queue;  // suspended until the listener is resumed
+    std::atomic<bool> _wasResumed;
+    std::atomic<bool> _wasInvalidated;
+}
 
 + (NSXPCListener*)anonymousListener
 {
     NSXPCListener* const listener = [[NSXPCListener alloc] init];
     listener->_port = nextPort++;
+    listener->_queue = dispatch::Queue::serial("listener");
+    dispatch_suspend(listener->_queue.get());
     pavo::test::recordCall("anonymousListener");
     const std::lock_guard lock(livingMutex);
     allListeners.push_back(listener);
@@ -287,27 +347,56 @@ std::vector<T> living(const WeakReferences& all)
     return [[NSXPCListenerEndpoint alloc] initWithPort:_port listener:self];
 }
 
+- (void)dealloc
+{
+    if (!_wasResumed) dispatch_resume(_queue.get());
+}
+
+- (BOOL)isResumed
+{
+    return _wasResumed;
+}
+
+- (BOOL)isInvalidated
+{
+    return _wasInvalidated;
+}
+
 - (void)resume
 {
     pavo::test::recordCall("listener resume");
-    if (!_isResumed) keep(self);
-    _isResumed = YES;
+    if (_wasResumed.exchange(true)) return;
+    if (!_wasInvalidated) keep(self);
+    dispatch_resume(_queue.get());
 }
 
 - (void)invalidate
 {
     pavo::test::recordCall("listener invalidate");
+    _wasInvalidated = true;
     letGo(self);
+    // Whoever waits is turned away.
+    if (!_wasResumed.exchange(true)) dispatch_resume(_queue.get());
 }
 
 - (NSXPCConnection*)connectPeer:(id)peer
 {
     NSXPCConnection* const connection = [[NSXPCConnection alloc] init];
     connection.peer = peer;
-    const id<NSXPCListenerDelegate> delegate = self.delegate;
-    const BOOL isAccepted = [delegate listener:self shouldAcceptNewConnection:connection];
-    if (!isAccepted) [connection invalidate];
+    [self ask:connection];
     return connection;
+}
+
+- (void)askFor:(NSXPCConnection*)connection
+{
+    dispatch::async(_queue.get(), [self, connection] { [self ask:connection]; });
+}
+
+- (void)ask:(NSXPCConnection*)connection
+{
+    const id<NSXPCListenerDelegate> delegate = self.delegate;
+    const BOOL isAccepted = !_wasInvalidated && [delegate listener:self shouldAcceptNewConnection:connection];
+    if (!isAccepted) [connection invalidate];
 }
 
 @end

@@ -26,6 +26,8 @@ Target unanswered(const ClassRecord* type, const char* selector)
 
 extern "C" {
 
+void pavo_capture_message(void);
+
 [[gnu::used]] Target pavo_find_method(void* object, const char* selector)
 {
     auto* const type = classOf(object);
@@ -37,6 +39,8 @@ extern "C" {
         ask ? reinterpret_cast<void* (*)(void*, const char*, const char*)>(ask)(object, forwarding, selector)
             : nullptr;
     auto* const targetType = target ? classOf(target) : nullptr;
+    static const char* const taking = uniqueSelector("takeMessage:stack:");
+    if (!targetType && type && findImplementation(type, taking)) return {pavo_capture_message, object};
     if (!targetType) return unanswered(type, selector);
     const auto found = findImplementation(targetType, selector);
     if (!found) return unanswered(targetType, selector);

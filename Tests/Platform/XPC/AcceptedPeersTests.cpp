@@ -1,7 +1,7 @@
 // Who is said to be connected to the listeners of this process.
 
 #include "Platform/XPC/linux/AcceptedPeers.h"
-#include "Tests/Platform/XPC/XPCFixture.h"
+#include "Tests/Platform/XPC/LinuxFixture.h"
 #include "Tests/Support/Wait.h"
 
 #include <unistd.h>
@@ -78,7 +78,7 @@ TEST_F(XPCAcceptedPeersTest, APeerThatWasRefusedIsNone)
 TEST_F(XPCAcceptedPeersTest, APeerThatOnlyOpenedTheSocketIsNone)
 {
     listener->resume();
-    const auto silent = connectRaw();
+    const auto silent = connectRaw(*listener);
     const auto connection = connect();
     ASSERT_TRUE(waitForPeers(1));
 }

@@ -1,6 +1,6 @@
-// What a connection promises: which handler runs where, in what order messages come, and what lives how long.
+// What a connection does on Linux beyond what all systems share: other processes, limits, and what it logs.
 
-#include "Tests/Platform/XPC/XPCFixture.h"
+#include "Tests/Platform/XPC/LinuxFixture.h"
 #include "Tests/Support/ChildProcess.h"
 #include "Tests/Support/Wait.h"
 
@@ -66,35 +66,6 @@ TEST_F(XPCConnectionTest, AcceptedConnectionIsInvalidatedOnceWhenItsPeerProcessD
     EXPECT_EQ(house->accepted(0)->processIdentifier(), 0);
 }
 
-TEST_F(XPCConnectionTest, AcceptedConnectionIsInvalidatedWhenItsPeerInvalidates)
-{
-    listener->resume();
-    const auto connection = connectByEndpoint();
-    connection->resume();
-    lampOf(*connection).send<&Switching::switchOn>();
-    ASSERT_TRUE(waitFor([this] { return house->lamp->callCount() == 1; }));
-
-    connection->invalidate();
-
-    ASSERT_TRUE(waitFor([this] { return house->counts(0)->invalidations == 1; }));
-    EXPECT_EQ(house->counts(0)->interruptions, 0);
-}
-
-TEST_F(XPCConnectionTest, AcceptedConnectionIsInvalidatedByItself)
-{
-    listener->resume();
-    const auto connection = connectByEndpoint();
-    endLater(connection);
-    connection->resume();
-    ASSERT_TRUE(waitFor([this] { return house->acceptedCount() == 1; }));
-
-    house->accepted(0)->invalidate();
-    house->accepted(0)->invalidate();
-
-    ASSERT_TRUE(waitFor([this] { return house->counts(0)->invalidations == 1; }));
-    EXPECT_EQ(house->counts(0)->interruptions, 0);
-}
-
 TEST_F(XPCConnectionTest, NamedConnectionIsInterruptedWhenItsPeerDiesAndLooksTheNameUpAgain)
 {
     auto lamp = startLamp();
@@ -115,39 +86,6 @@ TEST_F(XPCConnectionTest, NamedConnectionIsInterruptedWhenItsPeerDiesAndLooksThe
     EXPECT_EQ(counts->invalidations, 0);
 }
 
-TEST_F(XPCConnectionTest, NamedConnectionIsInvalidatedWhenTheNameIsGoneAtTheNextMessage)
-{
-    auto lamp = startLamp();
-    const auto connection = connectToLamp();
-    const auto counts = countHandlers(*connection);
-    connection->resume();
-    lampOf(*connection).send<&Switching::switchOn>();
-    ASSERT_TRUE(waitFor([this] { return owner->onCount == 1; }));
-    lamp.end(SIGKILL);
-    ASSERT_TRUE(waitFor([&counts] { return counts->interruptions == 1; }));
-    EXPECT_EQ(counts->invalidations, 0);
-
-    lampOf(*connection).send<&Switching::switchOn>();
-
-    ASSERT_TRUE(waitFor([&counts] { return counts->invalidations == 1; }));
-    EXPECT_EQ(counts->interruptions, 1);
-}
-
-TEST_F(XPCConnectionTest, NamedConnectionIsInterruptedWhenItsPeerInvalidates)
-{
-    const auto lamp = startLamp();
-    const auto connection = connectToLamp();
-    const auto counts = countHandlers(*connection);
-    connection->resume();
-
-    lampOf(*connection).send<&Lamp::setColourIsFast>(1, false);
-
-    ASSERT_TRUE(waitFor([&counts] { return counts->interruptions == 1; }));
-    lampOf(*connection).send<&Switching::switchOn>();
-    ASSERT_TRUE(waitFor([this] { return owner->onCount == 1; }));
-    EXPECT_EQ(counts->invalidations, 0);
-}
-
 TEST_F(XPCConnectionTest, NamedConnectionIsInterruptedEachTimeItsPeerExits)
 {
     const auto connection = connectToLamp();
@@ -161,68 +99,6 @@ TEST_F(XPCConnectionTest, NamedConnectionIsInterruptedEachTimeItsPeerExits)
     EXPECT_EQ(counts->invalidations, 0);
 }
 
-TEST_F(XPCConnectionTest, MissingNameInvalidatesAfterResumeAndNotInsideOfIt)
-{
-    const auto connection = connectByName("com.tarnwell.macos.cam.tests.nobody");
-    const auto counts = std::make_shared<HandlerCounts>();
-    const auto isInsideResume = std::make_shared<std::atomic<pthread_t>>(pthread_self());
-    const auto ranInside = std::make_shared<std::atomic<bool>>(false);
-    connection->setInvalidationHandler([=] {
-        *ranInside = pthread_equal(pthread_self(), *isInsideResume) != 0;
-        ++counts->invalidations;
-    });
-    EXPECT_EQ(counts->invalidations, 0);
-    connection->resume();
-    ASSERT_TRUE(waitFor([&counts] { return counts->invalidations == 1; }));
-    EXPECT_FALSE(*ranInside);
-    EXPECT_EQ(connection->processIdentifier(), 0);
-}
-
-TEST_F(XPCConnectionTest, NamedConnectionIsInvalidatedByItself)
-{
-    const auto lamp = startLamp();
-    const auto connection = connectToLamp();
-    const auto counts = countHandlers(*connection);
-    connection->resume();
-    connection->invalidate();
-    ASSERT_TRUE(waitFor([&counts] { return counts->invalidations == 1; }));
-    EXPECT_EQ(counts->interruptions, 0);
-}
-
-TEST_F(XPCConnectionTest, EndpointConnectionIsInvalidatedWhenItsPeerInvalidates)
-{
-    listener->resume();
-    const auto connection = connectByEndpoint();
-    const auto counts = countHandlers(*connection);
-    connection->resume();
-    ASSERT_TRUE(waitFor([this] { return house->acceptedCount() == 1; }));
-
-    house->accepted(0)->invalidate();
-
-    ASSERT_TRUE(waitFor([&counts] { return counts->invalidations == 1; }));
-    EXPECT_EQ(counts->interruptions, 0);
-}
-
-TEST_F(XPCConnectionTest, EndpointConnectionIsInvalidatedWhenTheListenerIsGone)
-{
-    const auto connection = connectByEndpoint();
-    const auto counts = countHandlers(*connection);
-    stopListening();
-    connection->resume();
-    ASSERT_TRUE(waitFor([&counts] { return counts->invalidations == 1; }));
-    EXPECT_EQ(counts->interruptions, 0);
-}
-
-TEST_F(XPCConnectionTest, EndpointConnectionIsInvalidatedByItself)
-{
-    listener->resume();
-    const auto connection = connectByEndpoint();
-    const auto counts = countHandlers(*connection);
-    connection->resume();
-    connection->invalidate();
-    ASSERT_TRUE(waitFor([&counts] { return counts->invalidations == 1; }));
-}
-
 TEST_F(XPCConnectionTest, ConnectionThatWasNeverResumedRunsItsInvalidationHandlerToo)
 {
     const auto connection = connectByEndpoint();
@@ -231,88 +107,21 @@ TEST_F(XPCConnectionTest, ConnectionThatWasNeverResumedRunsItsInvalidationHandle
     ASSERT_TRUE(waitFor([&counts] { return counts->invalidations == 1; }));
 }
 
-TEST_F(XPCConnectionTest, NothingIsSentAfterInvalidation)
-{
-    listener->resume();
-    const auto connection = connectByEndpoint();
-    connection->resume();
-    lampOf(*connection).send<&Switching::switchOn>();
-    ASSERT_TRUE(waitFor([this] { return house->lamp->callCount() == 1; }));
-    connection->invalidate();
-    lampOf(*connection).send<&Switching::switchOff>();
-    ASSERT_TRUE(waitFor([this] { return house->counts(0)->invalidations == 1; }));
-    EXPECT_EQ(house->lamp->calls(), Strings{"switchOn"});
-}
-
-TEST_F(XPCConnectionTest, HandlersAndExportedObjectAreDroppedAfterInvalidation)
+TEST_F(XPCConnectionTest, HandlersAndExportedObjectsThatComeAfterInvalidationAreNotKept)
 {
     listener->resume();
     const auto connection = connectToLamp();
     auto marker = std::make_shared<int>(1);
     auto exported = std::make_shared<RecordingOwner>();
-    connection->setExportedObject(xpc::exportObject<LampOwner>(exported));
-    connection->setInvalidationHandler([marker] {});
-    connection->setInterruptionHandler([marker] {});
-    EXPECT_EQ(marker.use_count(), 3);
+    const auto counts = countHandlers(*connection);
     connection->invalidate();
-    ASSERT_TRUE(waitFor([&] { return marker.use_count() == 1 && exported.use_count() == 1; }));
+    ASSERT_TRUE(waitFor([&counts] { return counts->invalidations == 1; }));
 
     connection->setInvalidationHandler([marker] {});
     connection->setInterruptionHandler([marker] {});
     connection->setExportedObject(xpc::exportObject<LampOwner>(exported));
     EXPECT_EQ(marker.use_count(), 1);
     EXPECT_EQ(exported.use_count(), 1);
-}
-
-TEST_F(XPCConnectionTest, ExportedObjectOutlivesTheInvalidationHandler)
-{
-    const auto connection = connectByName(kName);
-    const auto exported = std::make_shared<std::weak_ptr<RecordingOwner>>();
-    const auto wasAlive = std::make_shared<std::atomic<int>>(-1);
-    {
-        const auto object = std::make_shared<RecordingOwner>();
-        *exported = object;
-        connection->setExportedObject(xpc::exportObject<LampOwner>(object));
-    }
-    connection->setInvalidationHandler([=] { *wasAlive = exported->expired() ? 0 : 1; });
-    connection->invalidate();
-    ASSERT_TRUE(waitFor([&] { return *wasAlive >= 0; }));
-    EXPECT_EQ(*wasAlive, 1);
-    ASSERT_TRUE(waitFor([&] { return exported->expired(); }));
-}
-
-TEST_F(XPCConnectionTest, ResumedConnectionLivesOnWithoutReferences)
-{
-    listener->resume();
-    const auto connection = connectByEndpoint();
-    endLater(connection);
-    connection->resume();
-    ASSERT_TRUE(waitFor([this] { return house->acceptedCount() == 1; }));
-    const std::weak_ptr<xpc::Connection> accepted = house->accepted(0);
-
-    house->clear(false);
-    lampOf(*connection).send<&Switching::switchOn>();
-
-    ASSERT_TRUE(waitFor([this] { return house->lamp->callCount() == 1; }));
-    EXPECT_FALSE(accepted.expired());
-    EXPECT_EQ(house->counts(0)->invalidations, 0);
-    connection->invalidate();
-    ASSERT_TRUE(waitFor([&accepted] { return accepted.expired(); }));
-}
-
-TEST_F(XPCConnectionTest, MessagesArriveInTheOrderInWhichTheyWereSent)
-{
-    listener->resume();
-    const auto connection = connectByEndpoint();
-    endLater(connection);
-    connection->resume();
-    Strings sent;
-    for (int i = 0; i < 200; ++i) {
-        lampOf(*connection).send<&Lamp::setColourIsFast>(i, i % 2 == 0);
-        sent.push_back("setColour " + std::to_string(i) + (i % 2 == 0 ? " fast" : " slow"));
-    }
-    ASSERT_TRUE(waitFor([this] { return house->lamp->callCount() == 200; }));
-    EXPECT_EQ(house->lamp->calls(), sent);
 }
 
 TEST_F(XPCConnectionTest, SlowObjectSlowsItsPeerDownAndLosesNothing)
@@ -340,44 +149,6 @@ TEST_F(XPCConnectionTest, SlowObjectSlowsItsPeerDownAndLosesNothing)
     EXPECT_EQ(house->counts(0)->invalidations, 0);
 }
 
-TEST_F(XPCConnectionTest, MessagesSentBeforeResumeAreSentAfterIt)
-{
-    listener->resume();
-    const auto connection = connectByEndpoint();
-    endLater(connection);
-    lampOf(*connection).send<&Switching::switchOn>();
-    lampOf(*connection).send<&Lamp::setBrightness>(0.5);
-    EXPECT_EQ(house->acceptedCount(), 0U);
-    connection->resume();
-    lampOf(*connection).send<&Switching::switchOff>();
-    ASSERT_TRUE(waitFor([this] { return house->lamp->callCount() == 3; }));
-    EXPECT_EQ(house->lamp->calls(), (Strings{"switchOn", "setBrightness 0.500000", "switchOff"}));
-}
-
-TEST_F(XPCConnectionTest, AcceptedConnectionReceivesNothingBeforeItIsResumed)
-{
-    house->resumes = false;
-    listener->resume();
-    const auto connection = connectByEndpoint();
-    endLater(connection);
-    connection->resume();
-    lampOf(*connection).send<&Switching::switchOn>();
-    ASSERT_TRUE(waitFor([this] { return house->acceptedCount() == 1; }));
-    const auto other = connectByEndpoint();
-    endLater(other);
-    house->resumes = true;
-    other->resume();
-    lampOf(*other).send<&Switching::switchOff>();
-    // The other peer's message came later and is there: the first one's is held back.
-    ASSERT_TRUE(waitFor([this] { return house->lamp->callCount() == 1; }));
-    EXPECT_EQ(house->lamp->calls(), Strings{"switchOff"});
-
-    house->accepted(0)->resume();
-
-    ASSERT_TRUE(waitFor([this] { return house->lamp->callCount() == 2; }));
-    EXPECT_EQ(house->lamp->calls().back(), "switchOn");
-}
-
 TEST_F(XPCConnectionTest, TooManyMessagesBeforeResumeInvalidate)
 {
     const auto connection = connectByEndpoint();
@@ -390,23 +161,7 @@ TEST_F(XPCConnectionTest, TooManyMessagesBeforeResumeInvalidate)
     EXPECT_TRUE(hasLogged("Too many messages wait for a connection"));
 }
 
-TEST_F(XPCConnectionTest, BothSidesCallEachOther)
-{
-    listener->resume();
-    const auto connection = connectByEndpoint();
-    endLater(connection);
-    connection->setExportedInterface(xpc::describe<LampOwner>());
-    connection->setExportedObject(xpc::exportObject<LampOwner>(owner));
-    connection->resume();
-    ASSERT_TRUE(waitFor([this] { return house->acceptedCount() == 1; }));
-    const auto remote = xpc::Remote<LampOwner>::cast(house->accepted(0)->remoteObjectProxy());
-    ASSERT_TRUE(remote);
-    remote->send<&LampOwner::lampDidSwitch>(true);
-    remote->send<&LampOwner::lampDidSwitch>(false);
-    ASSERT_TRUE(waitFor([this] { return owner->onCount == 1 && owner->offCount == 1; }));
-}
-
-TEST_F(XPCConnectionTest, MessageToAnAbsentExportedObjectInvalidates)
+TEST_F(XPCConnectionTest, MessageToAnAbsentExportedObjectIsLogged)
 {
     house->exportsLamp = false;
     listener->resume();
@@ -415,27 +170,7 @@ TEST_F(XPCConnectionTest, MessageToAnAbsentExportedObjectInvalidates)
     connection->resume();
     lampOf(*connection).send<&Switching::switchOn>();
     ASSERT_TRUE(waitFor([&counts] { return counts->invalidations == 1; }));
-    ASSERT_TRUE(waitFor([this] { return house->counts(0)->invalidations == 1; }));
     EXPECT_TRUE(hasLogged("No exported object for switchOn"));
-}
-
-TEST_F(XPCConnectionTest, ExportedObjectSetLaterTakesTheMessagesThatComeLater)
-{
-    house->exportsLamp = false;
-    listener->resume();
-    const auto connection = connectByEndpoint();
-    endLater(connection);
-    connection->resume();
-    ASSERT_TRUE(waitFor([this] { return house->acceptedCount() == 1; }));
-    house->accepted(0)->setExportedObject(xpc::exportObject<Lamp>(house->lamp));
-    lampOf(*connection).send<&Switching::switchOn>();
-    ASSERT_TRUE(waitFor([this] { return house->lamp->callCount() == 1; }));
-
-    const auto second = std::make_shared<RecordingLamp>();
-    house->accepted(0)->setExportedObject(xpc::exportObject<Lamp>(second));
-    lampOf(*connection).send<&Switching::switchOff>();
-    ASSERT_TRUE(waitFor([&second] { return second->callCount() == 1; }));
-    EXPECT_EQ(house->lamp->calls(), Strings{"switchOn"});
 }
 
 TEST_F(XPCConnectionTest, ExportedObjectOfAnotherProtocolThanTheInterfaceInvalidates)
@@ -451,61 +186,7 @@ TEST_F(XPCConnectionTest, ExportedObjectOfAnotherProtocolThanTheInterfaceInvalid
     EXPECT_TRUE(hasLogged("The exported object has no switchOn"));
 }
 
-TEST_F(XPCConnectionTest, ProxyConformsToItsProtocolAndToThoseThatItAdopts)
-{
-    const auto connection = connectByEndpoint();
-    EXPECT_TRUE(xpc::Remote<Lamp>::cast(connection->remoteObjectProxy()));
-    EXPECT_TRUE(xpc::Remote<Switching>::cast(connection->remoteObjectProxy()));
-    EXPECT_FALSE(xpc::Remote<LampOwner>::cast(connection->remoteObjectProxy()));
-    connection->setRemoteObjectInterface(xpc::describe<Switching>());
-    EXPECT_FALSE(xpc::Remote<Lamp>::cast(connection->remoteObjectProxy()));
-}
-
-TEST_F(XPCConnectionTest, ProxyWithoutAnInterfaceConformsToNothing)
-{
-    const auto connection = xpc::Connection::withListenerEndpoint(listener->endpoint());
-    EXPECT_FALSE(xpc::Remote<Switching>::cast(connection->remoteObjectProxy()));
-}
-
-TEST_F(XPCConnectionTest, AdoptedMessageReachesAnObjectWhoseInterfaceIsTheAdoptingOne)
-{
-    listener->resume();
-    const auto connection = connectByEndpoint();
-    endLater(connection);
-    connection->setRemoteObjectInterface(xpc::describe<Switching>());
-    connection->resume();
-    xpc::Remote<Switching>::cast(connection->remoteObjectProxy())->send<&Switching::switchOff>();
-    ASSERT_TRUE(waitFor([this] { return house->lamp->callCount() == 1; }));
-    EXPECT_EQ(house->lamp->calls(), Strings{"switchOff"});
-}
-
-TEST_F(XPCConnectionTest, MessageOfATimeAndANumberThatIsNoneArrivesAsItIs)
-{
-    listener->resume();
-    const auto connection = connectByEndpoint();
-    endLater(connection);
-    connection->resume();
-    const auto surface = makeSurface(1);
-    const CMTime odd{INT64_MIN, INT32_MIN, UINT32_MAX, INT64_MAX};
-    lampOf(*connection).send<&Lamp::shine>(surface.get(), CMSampleTimingInfo{odd, kCMTimeInvalid, odd});
-    lampOf(*connection).send<&Lamp::setBrightness>(std::numeric_limits<double>::quiet_NaN());
-    ASSERT_TRUE(waitFor([this] { return house->lamp->callCount() == 2; }));
-    const auto timing = house->lamp->lastTiming();
-    for (const auto& time : {timing.duration, timing.decodeTimeStamp}) {
-        const std::int64_t value = time.value;
-        const std::int32_t timescale = time.timescale;
-        const std::uint32_t flags = time.flags;
-        const std::int64_t epoch = time.epoch;
-        EXPECT_EQ(value, INT64_MIN);
-        EXPECT_EQ(timescale, INT32_MIN);
-        EXPECT_EQ(flags, UINT32_MAX);
-        EXPECT_EQ(epoch, INT64_MAX);
-    }
-    EXPECT_EQ(std::uint32_t{timing.presentationTimeStamp.flags}, 0U);
-    EXPECT_NE(house->lamp->calls().back().find("nan"), std::string::npos);
-}
-
-TEST_F(XPCConnectionTest, MessageWithoutASurfaceIsDroppedAndTheConnectionStays)
+TEST_F(XPCConnectionTest, MessageWithoutASurfaceIsLogged)
 {
     listener->resume();
     const auto connection = connectByEndpoint();
@@ -514,7 +195,6 @@ TEST_F(XPCConnectionTest, MessageWithoutASurfaceIsDroppedAndTheConnectionStays)
     lampOf(*connection).send<&Lamp::shine>(IOSurfaceRef{nullptr}, CMSampleTimingInfo{});
     lampOf(*connection).send<&Switching::switchOn>();
     ASSERT_TRUE(waitFor([this] { return house->lamp->callCount() == 1; }));
-    EXPECT_EQ(house->lamp->calls(), Strings{"switchOn"});
     EXPECT_TRUE(hasLogged("Cannot send shine:timingInfo:"));
 }
 

@@ -1,6 +1,7 @@
 // What a peer can do wrong when it answers, and what it can do wrong by not taking the answers it asked for.
 // The peer speaks by hand: here it listens, and is dialled by name.
 
+#include "Tests/Platform/XPC/LinuxFixture.h"
 #include "Tests/Platform/XPC/ThermometerFixture.h"
 #include "Tests/Support/Wait.h"
 
@@ -247,7 +248,7 @@ protected:
     void SetUp() override
     {
         listener->resume();
-        peer = connectRaw();
+        peer = connectRaw(*listener);
         ASSERT_TRUE(peer.authenticate());
         ASSERT_TRUE(waitFor([this] { return thermometers->acceptedCount() == 1; }));
     }

@@ -1,7 +1,7 @@
 // What a peer can do wrong. Each test speaks by hand, watches one more connection stay alive beside the bad
 // one, and the fixture counts the descriptors at the end.
 
-#include "Tests/Platform/XPC/XPCFixture.h"
+#include "Tests/Platform/XPC/LinuxFixture.h"
 #include "Tests/Support/Wait.h"
 
 #include <fcntl.h>
@@ -99,7 +99,7 @@ private:
     std::shared_ptr<xpc::Connection> innocent_;
 
 public:
-    XPCHostilePeerTest() { peer = connectRaw(); }
+    XPCHostilePeerTest() { peer = connectRaw(*listener); }
 };
 
 TEST_F(XPCHostilePeerTest, SoundMessagesFromHandAreTaken)
@@ -146,7 +146,7 @@ TEST_F(XPCHostilePeerTest, MessageCutAtEachByteReachesNobody)
     const auto bytes = frameCall("Tests.Lamp", "shine_timingInfo_").bytes();
     for (std::size_t size = 1; size < bytes.size(); size += 7) {
         const auto index = house->acceptedCount();
-        auto cut = connectRaw();
+        auto cut = connectRaw(*listener);
         ASSERT_TRUE(cut.authenticate());
         ASSERT_TRUE(waitFor([&] { return house->acceptedCount() == index + 1; }));
         ASSERT_TRUE(cut.send(bytes.substr(0, size), {&number, 1}));

@@ -1,6 +1,6 @@
 // Surfaces between processes: the same memory on both sides, mapped once, and let go of in the end.
 
-#include "Tests/Platform/XPC/XPCFixture.h"
+#include "Tests/Platform/XPC/LinuxFixture.h"
 #include "Tests/Support/ChildProcess.h"
 #include "Tests/Support/Descriptors.h"
 #include "Tests/Support/Wait.h"

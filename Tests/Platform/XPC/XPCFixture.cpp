@@ -1,72 +1,11 @@
 #include "Tests/Platform/XPC/XPCFixture.h"
 
-#include "Tests/Support/Descriptors.h"
-#include "Tests/Support/Wait.h"
-
-#include <mach/port_private.h>
-#include <os/log.h>
 #include <servers/bootstrap.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cstdarg>
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
 #include <utility>
 
 namespace pavo::test {
-
-namespace {
-
-struct LogLine {
-    os_log_type_t type;
-    std::string text;
-};
-
-std::mutex logMutex;
-// Never destroyed: the connections' thread logs until the process is gone.
-std::vector<LogLine>& logLines = *new std::vector<LogLine>;
-
-// Set before any thread exists: threads that look names up read the environment.
-class PrivateNamespace final : public testing::Environment {
-public:
-    void SetUp() override { ::setenv("PAVO_BOOTSTRAP_DIR", folder_.path().c_str(), 1); }
-
-private:
-    TemporaryFolder folder_;
-};
-
-[[maybe_unused]] const auto* const privateNamespace = testing::AddGlobalTestEnvironment(new PrivateNamespace);
-
-}  // namespace
-
-extern "C" void __wrap_os_log_printf(os_log_t, os_log_type_t type, const char* format, ...)
-{
-    char text[1024];
-    va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(text, sizeof(text), format, arguments);
-    va_end(arguments);
-    const std::lock_guard lock(logMutex);
-    logLines.push_back({type, text});
-}
-
-bool hasLogged(const std::string& part)
-{
-    const std::lock_guard lock(logMutex);
-    return std::any_of(logLines.begin(), logLines.end(),
-                       [&part](const LogLine& line) { return line.text.find(part) != std::string::npos; });
-}
-
-std::size_t loggedErrorCount()
-{
-    const std::lock_guard lock(logMutex);
-    return static_cast<std::size_t>(std::count_if(logLines.begin(), logLines.end(), [](const LogLine& line) {
-        return line.type == OS_LOG_TYPE_ERROR;
-    }));
-}
 
 void RecordingLamp::setBrightness(double brightness)
 {
@@ -123,9 +62,10 @@ std::shared_ptr<HandlerCounts> countHandlers(xpc::Connection& connection)
     return counts;
 }
 
-bool LampHouse::listenerShouldAcceptNewConnection(xpc::Listener&,
+bool LampHouse::listenerShouldAcceptNewConnection(xpc::Listener& listener,
                                                   const std::shared_ptr<xpc::Connection>& newConnection)
 {
+    if (endsListener) listener.invalidate();
     newConnection->setRemoteObjectInterface(xpc::describe<LampOwner>());
     newConnection->setExportedInterface(xpc::describe<Lamp>());
     if (exportsLamp) newConnection->setExportedObject(xpc::exportObject<Lamp>(lamp));
@@ -170,19 +110,6 @@ void LampHouse::clear(bool invalidates)
 
 XPCTest::XPCTest()
 {
-    {
-        const std::lock_guard lock(logMutex);
-        logLines.clear();
-    }
-    // What the process opens once and keeps is open before the count.
-    const auto first = xpc::Listener::anonymousListener();
-    first->resume();
-    const auto connection = xpc::Connection::withListenerEndpoint(first->endpoint());
-    const auto counts = countHandlers(*connection);
-    connection->resume();
-    EXPECT_TRUE(waitFor([&counts] { return counts->invalidations == 1; }));  // nobody accepts it
-    first->invalidate();
-    descriptorCount_ = openDescriptorCount();
     listener = xpc::Listener::anonymousListener();
     listener->setDelegate(house);
 }
@@ -195,8 +122,7 @@ void XPCTest::TearDown()
     stopListening();
     house->clear();
     house.reset();
-    EXPECT_TRUE(waitFor([this] { return openDescriptorCount() == descriptorCount_; }))
-        << openDescriptorCount() << " descriptors, not " << descriptorCount_;
+    system_->expectNothingLeft();
 }
 
 void XPCTest::stopListening()
@@ -226,16 +152,8 @@ void XPCTest::registerName(const std::string& name)
     name_t buffer{};
     std::copy(name.begin(), name.end(), buffer);
     const auto endpoint = listener->endpoint();
-    ASSERT_EQ(bootstrap_register(parent, buffer, xpc::ListenerEndpoint::machPort(endpoint.object())),
-              BOOTSTRAP_SUCCESS);
-}
-
-RawPeer XPCTest::connectRaw()
-{
-    const auto endpoint = listener->endpoint();
-    mach_port_t socket = MACH_PORT_NULL;
-    EXPECT_EQ(mach_port_connect(xpc::ListenerEndpoint::machPort(endpoint.object()), &socket), KERN_SUCCESS);
-    return RawPeer(UniqueFd(static_cast<int>(socket)));
+    // The answer says nothing on a system that refuses and registers all the same.
+    bootstrap_register(parent, buffer, xpc::ListenerEndpoint::machPort(endpoint.object()));
 }
 
 xpc::Remote<Lamp> XPCTest::lampOf(xpc::Connection& connection)
@@ -278,23 +196,6 @@ std::uint8_t markOf(IOSurfaceRef surface)
     return mark;
 }
 
-std::uint64_t inodeOf(IOSurfaceRef surface)
-{
-    const UniqueFd descriptor(static_cast<int>(IOSurfaceCreateMachPort(surface)));
-    struct stat status{};
-    EXPECT_EQ(::fstat(descriptor.get(), &status), 0);
-    return status.st_ino;
-}
-
-std::size_t mappedSurfaceCount()
-{
-    std::ifstream maps("/proc/self/maps");
-    std::size_t count = 0;
-    for (std::string line; std::getline(maps, line);)
-        if (line.find("/memfd:") != std::string::npos) ++count;
-    return count;
-}
-
 CMSampleTimingInfo makeTiming(std::int64_t seed)
 {
     const auto time = [seed](std::int64_t i) {
@@ -302,11 +203,6 @@ CMSampleTimingInfo makeTiming(std::int64_t seed)
                       -i};
     };
     return {time(1), time(2), time(3)};
-}
-
-std::string peerProgram()
-{
-    return XPC_TEST_PEER;
 }
 
 }  // namespace pavo::test

@@ -2,7 +2,6 @@
 
 #include "Platform/XPC/XPCListener.h"
 #include "Tests/Platform/XPC/Lamp.h"
-#include "Tests/Platform/XPC/RawPeer.h"
 
 #include <gtest/gtest.h>
 
@@ -13,6 +12,7 @@
 #include <string>
 #include <vector>
 
+// What the tests of this face need on every system. Each system adds its TestSystem.
 namespace pavo::test {
 
 // Writes down what it is told. `onCall` runs inside of each call.
@@ -73,6 +73,7 @@ public:
     std::atomic<bool> answer = true;
     std::atomic<bool> exportsLamp = true;
     std::atomic<bool> resumes = true;
+    std::atomic<bool> endsListener = false;
 
 private:
     mutable std::mutex mutex_;
@@ -80,8 +81,16 @@ private:
     std::vector<std::shared_ptr<HandlerCounts>> counts_;
 };
 
-// A listener with a lamp house, in a bootstrap namespace of the test's own. Every test must leave as many
-// descriptors open as it found.
+// What the system under test needs around each test: it is made before any other object and goes last.
+class TestSystem {
+public:
+    virtual ~TestSystem() = default;
+    // Fails the test unless everything that it opened is closed, now or soon.
+    virtual void expectNothingLeft() = 0;
+};
+std::unique_ptr<TestSystem> makeTestSystem();
+
+// A listener with a lamp house, in a bootstrap namespace of the test's own.
 class XPCTest : public testing::Test {
 protected:
     XPCTest();
@@ -92,37 +101,27 @@ protected:
     static std::shared_ptr<xpc::Connection> connectByName(const std::string& name);
     // The listener under a name, as other processes find it.
     void registerName(const std::string& name);
-    // A peer that has connected to the listener, and says nothing by itself.
-    RawPeer connectRaw();
     static xpc::Remote<Lamp> lampOf(xpc::Connection& connection);
     // Keeps the connection until the end of the test, and invalidates it then.
     void endLater(const std::shared_ptr<xpc::Connection>& connection) { ended_.push_back(connection); }
     void stopListening();
 
+private:
+    const std::unique_ptr<TestSystem> system_ = makeTestSystem();
+
+protected:
     std::shared_ptr<LampHouse> house = std::make_shared<LampHouse>();
     std::shared_ptr<xpc::Listener> listener;
 
 private:
     std::vector<std::shared_ptr<xpc::Connection>> ended_;
-    std::size_t descriptorCount_ = 0;
 };
 
 // A surface of 64 × 48 pixels, '2vuy', whose first byte is `mark`.
 cf::Ref<IOSurfaceRef> makeSurface(std::uint8_t mark);
 std::uint8_t markOf(IOSurfaceRef surface);
-// The file behind a surface.
-std::uint64_t inodeOf(IOSurfaceRef surface);
-// How many surfaces this process has mapped.
-std::size_t mappedSurfaceCount();
-
-// Messages that the face and its frameworks have logged since the test began.
-bool hasLogged(const std::string& part);
-std::size_t loggedErrorCount();
 
 // A time with a different number in each field.
 CMSampleTimingInfo makeTiming(std::int64_t seed);
-
-// The program that plays another process.
-std::string peerProgram();
 
 }  // namespace pavo::test
