@@ -1,5 +1,5 @@
 // Takes messages and calls of blocks apart by their types, and makes them anew. Knows the calling convention
-// of x86-64: objects, blocks and integers in general registers, doubles in others, large structures in memory.
+// of x86-64: objects, blocks and integers in general registers, doubles in others, large records in memory.
 
 #include "Tests/MacOS/Runtime/Invocation.h"
 

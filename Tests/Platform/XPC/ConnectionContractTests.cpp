@@ -1,4 +1,4 @@
-// What a connection promises on every system: how it begins and ends, which handler runs, what lives how long.
+// What a connection promises on every system: how it begins and ends, which handler runs, what lives on.
 
 #include "Tests/Platform/XPC/XPCFixture.h"
 #include "Tests/Support/Wait.h"
