@@ -266,7 +266,7 @@ TEST_F(ProducersAndClients, ShowsThePlaceholderWithinTwoTicksOfAProducersLoss)
 TEST_F(ProducersAndClients, GoesOnForItsClientsWithAProducerOfAnotherSizeAndRate)
 {
     PavoProcess client = watch();
-    PavoProcess other = watch({"--format", "BGRx"});
+    PavoProcess other = watch({"--format", "NV12"});
     ASSERT_TRUE(seesPlaceholder(client) && seesPlaceholder(other));
     PavoProcess first = produce();
     ASSERT_TRUE(seesProducer(client) && seesProducer(other));

@@ -129,11 +129,15 @@ bool PipeWireSession::startBus()
     return waitFor([&socket] { return acceptsConnections(socket); });
 }
 
-bool PipeWireSession::startDaemon()
+bool PipeWireSession::startPipeWire()
 {
     const std::string socket = folder_.path() + "/pipewire-0";
     pipeWire_ = ChildProcess({"pipewire"}, folder_.path() + "/pipewire.log");
-    if (!waitFor([&socket] { return acceptsConnections(socket); })) return false;
+    return waitFor([&socket] { return acceptsConnections(socket); });
+}
+
+bool PipeWireSession::startSessionManager()
+{
     if (!tools::writeSessionManagerConfig(folder_.path())) return false;
     sessionManager_ = ChildProcess({"wireplumber"}, folder_.path() + "/wireplumber.log");
     return waitFor(isSessionManagerReady);
@@ -145,7 +149,7 @@ void PipeWireSession::killDaemon()
     pipeWire_.end(SIGKILL);
 }
 
-std::vector<PipeWireSession::Object> PipeWireSession::objects(const std::string& remote)
+std::string PipeWireSession::dump(const std::string& remote)
 {
     const TemporaryFolder output;
     // Without its errors: warnings would not be JSON.
@@ -153,7 +157,12 @@ std::vector<PipeWireSession::Object> PipeWireSession::objects(const std::string&
     if (!remote.empty()) arguments.insert(arguments.end(), {"--remote", remote});
     ChildProcess dump(arguments, output.path() + "/dump");
     dump.waitForExit();
-    const auto parsed = nlohmann::json::parse(readFile(output.path() + "/dump"), nullptr, false);
+    return readFile(output.path() + "/dump");
+}
+
+std::vector<PipeWireSession::Object> PipeWireSession::objects(const std::string& remote)
+{
+    const auto parsed = nlohmann::json::parse(dump(remote), nullptr, false);
     std::vector<Object> objects;
     if (parsed.is_array())
         std::transform(parsed.begin(), parsed.end(), std::back_inserter(objects), parseObject);

@@ -40,11 +40,16 @@ public:
     const std::string& folder() const { return folder_.path(); }
 
     // Starts PipeWire and its session manager, again after killDaemon; true when they are ready.
-    bool startDaemon();
+    bool startDaemon() { return startPipeWire() && startSessionManager(); }
+    bool startPipeWire();
+    bool startSessionManager();
     // Kills both as a crash would.
     void killDaemon();
 
-    // All objects that the server has; none when it does not answer. `remote` as for PIPEWIRE_REMOTE.
+    // What pw-dump writes about the server: JSON, or nothing when it does not answer. `remote` as for
+    // PIPEWIRE_REMOTE.
+    static std::string dump(const std::string& remote = {});
+    // All objects that the server has; none when it does not answer.
     static std::vector<Object> objects(const std::string& remote = {});
     // The node of that name, if there is one.
     static std::optional<Object> node(const std::string& name, const std::string& remote = {});

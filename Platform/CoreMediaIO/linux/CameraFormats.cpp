@@ -9,9 +9,11 @@ namespace {
 
 // The pace is that of whoever sends; this is only what clients show.
 constexpr spa_fraction kFrameRate = {60, 1};
-// Enough that a client which holds a few of them slows down no other; the server gives no more than 16.
+// Enough that a client which holds a few of them slows down no other. But the first client decides for all, and
+// one that insists on a number gets it; the server gives no more than 16.
 constexpr int kBufferCount = 16;
-constexpr int kMinBufferCount = 8;
+constexpr int kMinBufferCount = 1;
+constexpr int kMaxBufferCount = 32;
 constexpr int kAlignment = 16;
 
 spa_video_format spaFormat(VideoFormat format)
@@ -23,8 +25,6 @@ spa_video_format spaFormat(VideoFormat format)
         return SPA_VIDEO_FORMAT_UYVY;
     case VideoFormat::nv12:
         return SPA_VIDEO_FORMAT_NV12;
-    case VideoFormat::bgrx:
-        return SPA_VIDEO_FORMAT_BGRx;
     }
     return SPA_VIDEO_FORMAT_UNKNOWN;
 }
@@ -51,7 +51,7 @@ const spa_pod* buildBuffers(spa_pod_builder& builder, const VideoLayout& layout)
 {
     return finish(spa_pod_builder_add_object(
         &builder, SPA_TYPE_OBJECT_ParamBuffers, SPA_PARAM_Buffers, SPA_PARAM_BUFFERS_buffers,
-        SPA_POD_CHOICE_RANGE_Int(kBufferCount, kMinBufferCount, kBufferCount), SPA_PARAM_BUFFERS_blocks,
+        SPA_POD_CHOICE_RANGE_Int(kBufferCount, kMinBufferCount, kMaxBufferCount), SPA_PARAM_BUFFERS_blocks,
         SPA_POD_Int(1), SPA_PARAM_BUFFERS_size, SPA_POD_Int(static_cast<int>(layout.size())),
         SPA_PARAM_BUFFERS_stride, SPA_POD_Int(layout.stride()), SPA_PARAM_BUFFERS_align,
         SPA_POD_Int(kAlignment), SPA_PARAM_BUFFERS_dataType, SPA_POD_CHOICE_FLAGS_Int(1 << SPA_DATA_MemFd)));

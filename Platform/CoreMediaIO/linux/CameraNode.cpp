@@ -10,6 +10,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <limits>
 #include <utility>
 
 namespace cmio {
@@ -44,6 +45,16 @@ namespace {
 
 // How soon the session manager takes the idle node's memory back.
 constexpr const char* kSuspendTimeoutSeconds = "1";
+
+// The content of a buffer that was never drawn into.
+constexpr std::uint64_t kNothing = std::numeric_limits<std::uint64_t>::max();
+// One is with the clients and one on its way to them, and of those that are free one has to stay: a stream
+// without any asks for no frame. Left alone they also rest: a client may be late to say that it reads one.
+constexpr std::size_t kBuffersLeftToStream = 3;
+
+// A trigger that gets lost must not end the pictures: after so many samples, half a second's, another is
+// sent.
+constexpr int kMaxTriggersSpared = 30;
 
 pw_properties* buildProperties(const CameraDescription& description)
 {
@@ -113,6 +124,8 @@ void CameraNode::detach()
     const std::lock_guard guard(drawingMutex_);
     layout_.reset();
     contentOfBuffer_.clear();
+    unusedBuffers_.clear();
+    usedBuffers_.clear();
 }
 
 std::optional<std::uint32_t> CameraNode::nodeId() const
@@ -148,7 +161,11 @@ void CameraNode::send(OutgoingSample sample)
     }
     tally_.sent();
     if (replaced) tally_.dropped(FrameTally::Drop::replaced);
-    pw_stream_trigger_process(stream_);
+    // A sample that still waited has a trigger under way, which now draws this one. Data threads that are late
+    // would else be sent triggers until their queue is full.
+    if (replaced && ++triggersSpared_ < kMaxTriggersSpared) return;
+    // One that could not even be sent is made good by the next sample.
+    triggersSpared_ = pw_stream_trigger_process(stream_) < 0 ? kMaxTriggersSpared : 0;
 }
 
 void CameraNode::stateChanged(int state, const char* error)
@@ -186,13 +203,15 @@ void CameraNode::formatChanged(const spa_pod* format)
 void CameraNode::addBuffer(pw_buffer* buffer)
 {
     const std::lock_guard guard(drawingMutex_);
-    contentOfBuffer_.emplace(buffer, 0);
+    contentOfBuffer_.emplace(buffer, kNothing);
 }
 
 void CameraNode::removeBuffer(pw_buffer* buffer)
 {
     const std::lock_guard guard(drawingMutex_);
     contentOfBuffer_.erase(buffer);
+    std::erase(unusedBuffers_, buffer);
+    std::erase(usedBuffers_, buffer);
 }
 
 void CameraNode::process()
@@ -213,7 +232,7 @@ void CameraNode::process()
         tally_.dropped(FrameTally::Drop::unusable);
         return;
     }
-    pw_buffer* buffer = layout_ ? dequeueFree() : nullptr;
+    pw_buffer* buffer = layout_ ? takeFree() : nullptr;
     if (!buffer) {
         tally_.dropped(layout_ ? FrameTally::Drop::withoutBuffer : FrameTally::Drop::unwatched);
         return;
@@ -255,14 +274,26 @@ void CameraNode::dropWaiting()
     contentSurface_ = {};
 }
 
-pw_buffer* CameraNode::dequeueFree()
+pw_buffer* CameraNode::takeFree()
 {
+    const std::size_t count = contentOfBuffer_.size();
     // A buffer that a client still holds goes to the end of the line: look at each once.
-    for (std::size_t attempt = 0; attempt < contentOfBuffer_.size(); ++attempt) {
-        pw_buffer* buffer = pw_stream_dequeue_buffer(stream_);
-        if (buffer || errno != EBUSY) return buffer;
+    for (std::size_t attempt = 0; attempt < count; ++attempt) {
+        const std::size_t taken = unusedBuffers_.size() + usedBuffers_.size();
+        if (taken > 0 && count - taken <= kBuffersLeftToStream) break;
+        if (pw_buffer* buffer = pw_stream_dequeue_buffer(stream_)) {
+            const bool isUnused = contentOfBuffer_.at(buffer) == kNothing;
+            (isUnused ? unusedBuffers_ : usedBuffers_).push_back(buffer);
+        } else if (errno != EBUSY) {
+            break;
+        }
     }
-    return nullptr;
+    // Memory that nobody touches is none: so only clients that hold several buffers make us use more.
+    std::vector<pw_buffer*>& source = usedBuffers_.empty() ? unusedBuffers_ : usedBuffers_;
+    if (source.empty()) return nullptr;
+    pw_buffer* buffer = source.back();
+    source.pop_back();
+    return buffer;
 }
 
 bool CameraNode::draw(const PictureReader& picture, IOSurfaceRef surface, pw_buffer& buffer)

@@ -17,6 +17,7 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 struct pw_buffer;
 struct pw_core;
@@ -81,7 +82,7 @@ private:
     void process();
     std::optional<OutgoingSample> takeWaiting();
     void dropWaiting();
-    pw_buffer* dequeueFree();
+    pw_buffer* takeFree();
     bool draw(const PictureReader& picture, IOSurfaceRef surface, pw_buffer& buffer);
     std::uint64_t numberOfContent(IOSurfaceRef surface);
     void complain(OSType format);
@@ -93,6 +94,7 @@ private:
     pw_stream* stream_ = nullptr;
     std::atomic<bool> isStreaming_ = false;
     FrameTally tally_;
+    int triggersSpared_ = 0;  // since the last trigger
 
     std::mutex waitingMutex_;
     std::optional<OutgoingSample> waiting_;  // guarded by waitingMutex_
@@ -101,6 +103,9 @@ private:
     std::mutex drawingMutex_;
     // What each buffer shows, by number; 0 is never drawn twice.
     std::unordered_map<const pw_buffer*, std::uint64_t> contentOfBuffer_;
+    // Free buffers that we have taken from the stream: those never drawn into, and the others.
+    std::vector<pw_buffer*> unusedBuffers_;
+    std::vector<pw_buffer*> usedBuffers_;
     std::optional<VideoLayout> layout_;
     FrameConverter converter_;
     cf::Ref<IOSurfaceRef> contentSurface_;  // what contentNumber_ stands for

@@ -170,14 +170,17 @@ void CameraService::lost()
 
 void CameraService::updateClients()
 {
+    bool isInUse = false;
     for (Published& each : published_) {
         const auto node = each.node->nodeId();
         auto processes = tracker_ && node ? tracker_->processesOf(*node) : std::set<std::int32_t>();
+        isInUse = isInUse || !processes.empty();
         if (processes == each.processes) continue;
         each.processes = processes;
         dispatch::async(clientQueue_.get(),
                         [clients = each.clients, now = std::move(processes)] { clients->setProcesses(now); });
     }
+    connection_->setInUse(isInUse);
 }
 
 void CameraService::refuse(const std::string& nodeName, std::int32_t process)

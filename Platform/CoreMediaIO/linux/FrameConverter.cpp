@@ -13,7 +13,6 @@ namespace {
 // Black in video range.
 constexpr int kBlackLuma = 16;
 constexpr int kNoChroma = 128;
-constexpr std::uint32_t kOpaqueBlack = 0xff000000;
 
 // Exchanges luma and chroma bytes of packed 4:2:2, four samples at a time.
 constexpr std::uint8_t kSwapBytes[16] = {1, 0, 3, 2, 5, 4, 7, 6, 9, 8, 11, 10, 13, 12, 15, 14};
@@ -40,10 +39,6 @@ void FrameConverter::convert(const PictureReader& source, const VideoLayout& tar
 {
     const bool isSame = isSameSize(source, target);
     if (isSame && convertDirectly(source, target, pixels)) return;
-    if (source.format() == kCVPixelFormatType_32BGRA && target.format == VideoFormat::bgrx) {
-        scaleBgra(source, target, pixels);
-        return;
-    }
     const PlanarView picture = loadPlanar(source);
     store(isSame ? picture : fit(picture, target), target, pixels);
 }
@@ -75,17 +70,11 @@ bool FrameConverter::convertDirectly(const PictureReader& source, const VideoLay
         } else if (target.format == (isUyvy ? VideoFormat::yuy2 : VideoFormat::uyvy)) {
             libyuv::ARGBShuffle(bytes, stride, pixels, target.stride(), kSwapBytes, target.chromaWidth(),
                                 height);
-        } else if (target.format == VideoFormat::nv12) {
+        } else {
             const auto convertToNv12 = isUyvy ? libyuv::UYVYToNV12 : libyuv::YUY2ToNV12;
             convertToNv12(bytes, stride, pixels, target.stride(), chromaOfNv12(target, pixels),
                           target.chromaWidth() * 2, width, height);
-        } else {
-            return false;
         }
-        return true;
-    }
-    if (source.format() == kCVPixelFormatType_32BGRA && target.format == VideoFormat::bgrx) {
-        libyuv::ARGBCopy(bytes, stride, pixels, target.stride(), width, height);
         return true;
     }
     if (source.format() == kCVPixelFormatType_420YpCbCr8BiPlanarVideoRange &&
@@ -97,16 +86,6 @@ bool FrameConverter::convertDirectly(const PictureReader& source, const VideoLay
         return true;
     }
     return false;
-}
-
-void FrameConverter::scaleBgra(const PictureReader& source, const VideoLayout& target, std::uint8_t* pixels)
-{
-    const Placement placement = place(source.width(), source.height(), target);
-    libyuv::ARGBRect(pixels, target.stride(), 0, 0, target.width, target.height, kOpaqueBlack);
-    std::uint8_t* corner =
-        pixels + static_cast<std::ptrdiff_t>(placement.y) * target.stride() + placement.x * 4;
-    libyuv::ARGBScale(source.plane(0).bytes, source.plane(0).stride, source.width(), source.height(), corner,
-                      target.stride(), placement.width, placement.height, libyuv::kFilterBox);
 }
 
 PlanarView FrameConverter::loadPlanar(const PictureReader& source)
@@ -213,12 +192,6 @@ void FrameConverter::store(const PlanarView& picture, const VideoLayout& target,
     case VideoFormat::uyvy: {
         const auto pack = halfHeightChroma ? libyuv::I420ToUYVY : libyuv::I422ToUYVY;
         pack(y, strideY, u, strideU, v, strideV, pixels, target.stride(), width, height);
-        break;
-    }
-    case VideoFormat::bgrx: {
-        const auto draw = halfHeightChroma ? libyuv::I420ToARGBMatrix : libyuv::I422ToARGBMatrix;
-        draw(y, strideY, u, strideU, v, strideV, pixels, target.stride(), &libyuv::kYuvH709Constants, width,
-             height);
         break;
     }
     case VideoFormat::nv12:

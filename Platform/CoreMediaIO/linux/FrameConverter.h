@@ -31,7 +31,6 @@ private:
     static Placement place(int width, int height, const VideoLayout& target);
     // True when one step did all of it.
     static bool convertDirectly(const PictureReader& source, const VideoLayout& target, std::uint8_t* pixels);
-    static void scaleBgra(const PictureReader& source, const VideoLayout& target, std::uint8_t* pixels);
     PlanarView loadPlanar(const PictureReader& source);
     void loadBgra(const PictureReader& source);
     PlanarView loadBiPlanar(const PictureReader& source);

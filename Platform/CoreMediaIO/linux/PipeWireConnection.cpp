@@ -15,6 +15,9 @@ namespace {
 
 // A failed attempt is one connect() on a socket that is not there.
 constexpr std::chrono::milliseconds kRetryInterval(500);
+// While a server has just gone, or its socket has just come, it is likely to answer any moment.
+constexpr std::chrono::milliseconds kPromptInterval(20);
+constexpr int kPromptAttempts = 50;
 
 }  // namespace
 
@@ -29,7 +32,7 @@ struct CoreEvents {
                 // Others are about single objects, and those hear of them too.
                 if (id != PW_ID_CORE || result != -EPIPE) return;
                 os_log_printf(faceLog(), OS_LOG_TYPE_DEFAULT, "PipeWire has gone: %s", message);
-                static_cast<PipeWireConnection*>(data)->restart();
+                static_cast<PipeWireConnection*>(data)->serverHasGone();
             };
             return table;
         }();
@@ -53,10 +56,12 @@ PipeWireConnection::Server PipeWireConnection::serverFromEnvironment()
 
 PipeWireConnection::PipeWireConnection(PipeWireLoop& loop, Server server, Callbacks callbacks)
     : loop_(loop),
+      isAutomatic_(server == Server::automatic),
       server_(server),
       callbacks_(std::move(callbacks)),
       connect_(loop, [this] { connect(); }),
       lose_(loop, [this] { lose(); }),
+      move_(loop, [this] { moveToDaemon(); }),
       events_(std::make_unique<CoreEvents>())
 {
     connect_.schedule();
@@ -80,16 +85,56 @@ void PipeWireConnection::restart()
     lose_.schedule();
 }
 
+void PipeWireConnection::setInUse(bool isInUse)
+{
+    isInUse_ = isInUse;
+    if (isDaemonExpected_ && !isInUse) move_.schedule();
+}
+
 void PipeWireConnection::connect()
 {
     if (core_) return;
-    if (server_ != Server::embedded) connectToDaemon();
-    if (server_ == Server::automatic) server_ = core_ ? Server::daemon : Server::embedded;
-    if (server_ == Server::embedded) connectToOurselves();
-    if (!core_) {
-        connect_.scheduleAfter(kRetryInterval);
-        return;
-    }
+    // Before we look, or a daemon that comes in between would be missed.
+    if (server_ != Server::embedded || isAutomatic_) watchForDaemon();
+    pw_core* core = server_ == Server::embedded ? nullptr : connectToDaemon();
+    if (server_ == Server::automatic) server_ = core ? Server::daemon : Server::embedded;
+    if (server_ == Server::embedded) core = connectToOurselves();
+    if (core)
+        use(core);
+    else
+        connect_.scheduleAfter(nextDelay());
+}
+
+void PipeWireConnection::watchForDaemon()
+{
+    // The folder may not have been there before.
+    if (watcher_ && watcher_->isWatching()) return;
+    watcher_ = std::make_unique<DaemonWatcher>(loop_, [this] { socketAppeared(); });
+}
+
+pw_core* PipeWireConnection::connectToDaemon()
+{
+    if (!daemonContext_) daemonContext_ = pw_context_new(loop_.get(), nullptr, 0);
+    pw_core* core = daemonContext_ ? pw_context_connect(daemonContext_, nullptr, 0) : nullptr;
+    if (!core) report(std::string("No PipeWire daemon: ") + std::strerror(errno));
+    return core;
+}
+
+pw_core* PipeWireConnection::connectToOurselves()
+{
+    std::string problem;
+    if (!embedded_) embedded_ = EmbeddedServer::create(loop_, problem);
+    pw_core* core = embedded_ ? pw_context_connect_self(embedded_->context(), nullptr, 0) : nullptr;
+    if (!core) report("No PipeWire server of our own: " + (embedded_ ? std::strerror(errno) : problem));
+    return core;
+}
+
+void PipeWireConnection::use(pw_core* core)
+{
+    core_ = core;
+    // With a daemon there is nothing left to wait for.
+    if (server_ == Server::daemon) watcher_.reset();
+    promptAttempts_ = 0;
     os_log_printf(faceLog(), OS_LOG_TYPE_DEFAULT, "Connected to PipeWire (%s)",
                   server_ == Server::daemon ? "daemon" : EmbeddedServer::kName);
     reportedProblem_.clear();
@@ -97,19 +142,39 @@ void PipeWireConnection::connect()
     callbacks_.connected(core_);
 }
 
-void PipeWireConnection::connectToDaemon()
+void PipeWireConnection::socketAppeared()
 {
-    if (!daemonContext_) daemonContext_ = pw_context_new(loop_.get(), nullptr, 0);
-    if (daemonContext_) core_ = pw_context_connect(daemonContext_, nullptr, 0);
-    if (!core_) report(std::string("No PipeWire daemon: ") + std::strerror(errno));
+    promptAttempts_ = kPromptAttempts;
+    if (server_ == Server::daemon) {
+        connect_.schedule();
+        return;
+    }
+    isDaemonExpected_ = true;
+    move_.schedule();
 }
 
-void PipeWireConnection::connectToOurselves()
+void PipeWireConnection::moveToDaemon()
 {
-    std::string problem;
-    if (!embedded_) embedded_ = EmbeddedServer::create(loop_, problem);
-    if (embedded_) core_ = pw_context_connect_self(embedded_->context(), nullptr, 0);
-    if (!core_) report("No PipeWire server of our own: " + (embedded_ ? std::strerror(errno) : problem));
+    if (!isDaemonExpected_ || isInUse_) return;
+    pw_core* daemon = connectToDaemon();
+    if (!daemon) {
+        // A socket that nobody answers on was left behind; what comes next is a new one.
+        isDaemonExpected_ = promptAttempts_ > 0;
+        if (isDaemonExpected_) move_.scheduleAfter(nextDelay());
+        return;
+    }
+    isDaemonExpected_ = false;
+    if (core_) callbacks_.lost();
+    disconnectCore();
+    embedded_.reset();
+    server_ = Server::daemon;
+    use(daemon);
+}
+
+void PipeWireConnection::serverHasGone()
+{
+    promptAttempts_ = kPromptAttempts;
+    restart();
 }
 
 void PipeWireConnection::lose()
@@ -117,7 +182,14 @@ void PipeWireConnection::lose()
     if (!core_) return;
     callbacks_.lost();
     disconnectCore();
-    connect_.scheduleAfter(kRetryInterval);
+    connect_.scheduleAfter(nextDelay());
+}
+
+std::chrono::milliseconds PipeWireConnection::nextDelay()
+{
+    if (promptAttempts_ == 0) return kRetryInterval;
+    --promptAttempts_;
+    return kPromptInterval;
 }
 
 void PipeWireConnection::disconnectCore()

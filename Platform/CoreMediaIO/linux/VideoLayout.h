@@ -5,12 +5,20 @@
 
 namespace cmio {
 
-// The formats that a camera node offers, best first: the first is one that every kind of client takes,
-// because one port has one format for all its clients.
-enum class VideoFormat { yuy2, uyvy, nv12, bgrx };
+// The formats that a camera node offers, best first. One port has one format for all its clients, so nobody
+// may be led to one that another kind of client does not take:
+//
+//              YUY2  UYVY  NV12  a format of RGB
+//   browsers   yes   yes   yes   24 bits only, which others do not take
+//   OBS        yes   no    yes   those of 32 bits, and rather than any other
+//   GStreamer  yes   yes   yes   yes
+//   pw-v4l2    yes   yes   yes   yes
+//
+// Whoever takes several takes YUY2, as browsers do by our order and OBS by its own. A format of RGB would
+// make OBS take that one, and then no browser could follow. UYVY and NV12 are for clients that insist.
+enum class VideoFormat { yuy2, uyvy, nv12 };
 
-inline constexpr std::array kOfferedFormats = {VideoFormat::yuy2, VideoFormat::uyvy, VideoFormat::nv12,
-                                               VideoFormat::bgrx};
+inline constexpr std::array kOfferedFormats = {VideoFormat::yuy2, VideoFormat::uyvy, VideoFormat::nv12};
 
 // How a picture lies in a client's memory: rows without padding, because some clients assume that.
 struct VideoLayout {
@@ -28,8 +36,6 @@ struct VideoLayout {
         switch (format) {
         case VideoFormat::nv12:
             return width;
-        case VideoFormat::bgrx:
-            return width * 4;
         default:
             return chromaWidth() * 4;
         }

@@ -26,7 +26,7 @@ using pavo::tools::CameraState;
 
 std::mutex outputMutex;
 
-// "Y,Cb,Cr", or "R,G,B" of BGRx.
+// "Y,Cb,Cr"; of a format that the camera does not have, nothing.
 std::string colorAt(const CameraFrame& frame, std::size_t x, std::size_t y)
 {
     const std::uint8_t* row = frame.bytes.data() + y * frame.strideBytes;
@@ -40,7 +40,7 @@ std::string colorAt(const CameraFrame& frame, std::size_t x, std::size_t y)
     case CameraFormat::uyvy:
         return text(pair[1], pair[0], pair[2]);
     case CameraFormat::bgrx:
-        return text(row[x * 4 + 2], row[x * 4 + 1], row[x * 4]);
+        return "-";
     case CameraFormat::nv12:
         break;
     }

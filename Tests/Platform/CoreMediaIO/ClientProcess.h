@@ -10,7 +10,7 @@
 
 namespace cmio::test {
 
-// What a client saw of one frame. Colours are Y, Cb, Cr, or R, G, B of BGRx.
+// What a client saw of one frame. Colours are Y, Cb, Cr.
 struct SeenFrame {
     std::uint64_t sequence = 0;
     std::int64_t time = 0;
