@@ -32,8 +32,8 @@ enum class Reading { bt709, bt601 };
 // all, of 255. That much for a picture without content.
 int worstBarError(const ClientPicture& picture, Reading reading = Reading::bt709);
 
-// The largest such distance that rounding explains. The camera's BGRx and the browsers are made with libyuv,
-// whose blue is up to 9 off.
+// The largest such distance that rounding explains. Browsers' pictures are made with libyuv, whose
+// blue is up to 9 off.
 inline constexpr int kColourTolerance = 10;
 
 // Whether it is the picture that the camera shows while nobody sends, in the same colours.

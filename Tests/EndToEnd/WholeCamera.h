@@ -31,6 +31,7 @@ protected:
     void TearDown() override;
 
     CameraProcess& camera() { return *camera_; }
+    PipeWireSession& session() { return *session_; }
     // Where the session and the camera keep their sockets; free for other files too.
     const std::string& folder() const { return session_->folder(); }
     // The socket that producers dial.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <initializer_list>
 #include <iterator>
 #include <sstream>
 #include <system_error>
@@ -43,6 +44,17 @@ pid_t parentOf(pid_t process)
     return parent;
 }
 
+// Sum of the named lines of the memory that it maps.
+std::uint64_t memoryOf(pid_t process, std::initializer_list<const char*> keys)
+{
+    std::ifstream rollup(folderOf(process) + "/smaps_rollup");
+    std::uint64_t kibibytes = 0;
+    for (std::string line; std::getline(rollup, line);)
+        for (const std::string key : keys)
+            if (line.starts_with(key + ":")) kibibytes += std::stoull(line.substr(key.size() + 1));
+    return kibibytes * 1024;
+}
+
 }  // namespace
 
 std::size_t openDescriptorCount(pid_t process)
@@ -65,6 +77,21 @@ std::map<std::string, std::uint64_t> mappingsOf(pid_t process, const std::string
         mappings.emplace(range, inode);
     }
     return mappings;
+}
+
+std::uint64_t privateMemory(pid_t process)
+{
+    return memoryOf(process, {"Private_Clean", "Private_Dirty"});
+}
+
+std::uint64_t residentMemory(pid_t process)
+{
+    return memoryOf(process, {"Rss"});
+}
+
+std::uint64_t proportionalMemory(pid_t process)
+{
+    return memoryOf(process, {"Pss"});
 }
 
 std::uint64_t processorTicks(pid_t process)

@@ -16,6 +16,12 @@ std::size_t openDescriptorCount(pid_t process);
 // Where files whose path contains `part` are mapped: address range to inode.
 std::map<std::string, std::uint64_t> mappingsOf(pid_t process, const std::string& part);
 
+// What it keeps of memory for itself alone, and how much it has in all, in bytes.
+std::uint64_t privateMemory(pid_t process);
+std::uint64_t residentMemory(pid_t process);
+// The same, with what it shares divided among those who share it.
+std::uint64_t proportionalMemory(pid_t process);
+
 // Processor time that it has used, in user mode and in the kernel, in parts of a second as the kernel counts
 // them (1 / sysconf(_SC_CLK_TCK)).
 std::uint64_t processorTicks(pid_t process);

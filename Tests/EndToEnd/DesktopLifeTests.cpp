@@ -1,0 +1,156 @@
+// What a desktop does to a camera that runs for weeks: PipeWire ends and comes back, the machine sleeps.
+
+#include "Tests/EndToEnd/WholeCamera.h"
+#include "Tests/Support/ProcessFacts.h"
+#include "Tools/CameraClient.h"
+
+#include <signal.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+
+namespace pavo::test {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr std::size_t kRestarts = 10;
+// Sanitizers keep what is freed.
+constexpr bool kIsMemoryMeasured = false;
+#else
+constexpr std::size_t kRestarts = 100;
+constexpr bool kIsMemoryMeasured = true;
+#endif
+
+std::int64_t milliseconds(Clock::duration duration)
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(duration).count();
+}
+
+class DesktopLife : public WholeCamera {
+protected:
+    DesktopLife() : WholeCamera(Server::daemon) {}
+
+    // PipeWire crashes and is started again. Gives back how long the camera was missing while PipeWire was
+    // there; the client has had frames then.
+    std::optional<Clock::duration> restartPipeWire()
+    {
+        session().killDaemon();
+        if (!session().startPipeWire()) return std::nullopt;
+        const auto start = Clock::now();
+        std::atomic<int> frames = 0;
+        tools::CameraClient::Options options;
+        options.deadline = kPatience;
+        options.onFrame = [&frames](const tools::CameraFrame&) { ++frames; };
+        tools::CameraClient client(options);
+        // Returns when the camera is there.
+        if (client.start()) return std::nullopt;
+        const auto missing = Clock::now() - start;
+        if (!session().startSessionManager() || !eventually([&frames] { return frames >= 2; }))
+            return std::nullopt;
+        return missing;
+    }
+};
+
+TEST_F(DesktopLife, OutlivesPipeWireAHundredTimes)
+{
+    PavoProcess producer = produce();
+    const pid_t process = camera().pid();
+    std::vector<std::int64_t> missing;
+    std::size_t descriptors = 0;
+    std::uint64_t memory = 0;
+    for (std::size_t round = 0; round < kRestarts; ++round) {
+        const auto time = restartPipeWire();
+        ASSERT_TRUE(time) << "in round " << round;
+        missing.push_back(milliseconds(*time));
+        // The first rounds open and allocate what is kept.
+        if (round != kRestarts / 5) continue;
+        ASSERT_TRUE(eventually([&] { return camera().countWith("PipeWire has gone") == round + 1; }));
+        descriptors = openDescriptorCount(process);
+        memory = privateMemory(process);
+    }
+    std::sort(missing.begin(), missing.end());
+    RecordProperty("MedianMilliseconds", static_cast<int>(missing[missing.size() / 2]));
+    RecordProperty("LongestMilliseconds", static_cast<int>(missing.back()));
+    // A machine that is busy may be late now and then.
+    EXPECT_LE(missing[missing.size() * 9 / 10], 1000);
+    EXPECT_TRUE(eventually([&] { return openDescriptorCount(process) <= descriptors; }))
+        << openDescriptorCount(process) << " descriptors, not " << descriptors;
+    constexpr std::uint64_t kNoise = 1024 * 1024;
+    if (kIsMemoryMeasured) {
+        EXPECT_TRUE(eventually([&] { return privateMemory(process) <= memory + kNoise; }))
+            << privateMemory(process) << " bytes, not " << memory;
+        RecordProperty("GrowthBytes",
+                       static_cast<int>(static_cast<std::int64_t>(privateMemory(process) - memory)));
+    }
+    // Of all this the producer has seen nothing but clients that came and went.
+    EXPECT_TRUE(producer.isRunning());
+    EXPECT_EQ(camera().countWith("Connection died"), 0U);
+    const auto& story = producer.story();
+    EXPECT_EQ(std::count(story.begin(), story.end(), "connected"), 1);
+    EXPECT_EQ(std::count(story.begin(), story.end(), "lost"), 0);
+    PavoProcess client = watch();
+    EXPECT_TRUE(seesProducer(client));
+}
+
+// A process that is stopped is as one on a machine that sleeps: it goes on with everything overdue.
+class Sleep : public WholeCamera {
+protected:
+    static constexpr std::chrono::seconds kLength{3};
+
+    void sleepAndWake()
+    {
+        camera().signal(SIGSTOP);
+        const auto end = Clock::now() + kLength;
+        ASSERT_TRUE(eventually([end] { return Clock::now() >= end; }));
+        camera().signal(SIGCONT);
+    }
+
+    // `overdue`: how many frames may come at once after the sleep.
+    static void expectFramesAtTheirPace(PavoProcess& client, std::size_t overdue)
+    {
+        const auto& frames = client.frames();
+        std::size_t awake = 0;
+        for (std::size_t index = 1; index < frames.size(); ++index) {
+            ASSERT_GT(frames[index].sentNs, frames[index - 1].sentNs) << index;
+            ASSERT_GT(frames[index].sequence, frames[index - 1].sequence) << index;
+            if (frames[index].sentNs - frames[index - 1].sentNs > (kLength.count() - 1) * 1'000'000'000LL)
+                awake = index;
+        }
+        ASSERT_GT(awake, 0U) << "no gap";
+        constexpr std::int64_t kHalfSecondNs = 500'000'000;
+        const auto soon = std::count_if(
+            frames.begin() + static_cast<std::ptrdiff_t>(awake), frames.end(),
+            [&](const ViewedFrame& frame) { return frame.sentNs - frames[awake].sentNs < kHalfSecondNs; });
+        // Half a second's, and one at each end.
+        EXPECT_LE(static_cast<std::size_t>(soon), 30 + 2 + overdue);
+    }
+};
+
+TEST_F(Sleep, IsFollowedByNoBurstOfPlaceholders)
+{
+    PavoProcess client = watch();
+    ASSERT_TRUE(seesPlaceholder(client, 30));
+    sleepAndWake();
+    ASSERT_TRUE(seesPlaceholder(client, 60));
+    // The timer may be a fire behind.
+    expectFramesAtTheirPace(client, 1);
+}
+
+TEST_F(Sleep, IsFollowedByNoMoreFramesOfAProducerThanItHasSurfaces)
+{
+    PavoProcess client = watch();
+    ASSERT_TRUE(seesPlaceholder(client));
+    PavoProcess producer = produce();
+    ASSERT_TRUE(seesProducer(client, 30));
+    sleepAndWake();
+    ASSERT_TRUE(seesProducer(client, 60));
+    constexpr std::size_t kProducersRing = 8;
+    expectFramesAtTheirPace(client, kProducersRing);
+    EXPECT_EQ(camera().countWith("Connection died"), 0U);
+}
+
+}  // namespace
+}  // namespace pavo::test
