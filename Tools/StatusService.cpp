@@ -55,11 +55,9 @@ std::string_view nameOf(cmio::VideoFormat format)
     case cmio::VideoFormat::uyvy:
         return "UYVY";
     case cmio::VideoFormat::nv12:
-        return "NV12";
-    case cmio::VideoFormat::bgrx:
         break;
     }
-    return "BGRx";
+    return "NV12";
 }
 
 CameraStatus::PipeWire pipeWireOf(cmio::PipeWireState state)

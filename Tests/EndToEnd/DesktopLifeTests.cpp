@@ -89,7 +89,7 @@ TEST_F(DesktopLife, OutlivesPipeWireAHundredTimes)
     EXPECT_TRUE(producer.isRunning());
     EXPECT_EQ(camera().countWith("Connection died"), 0U);
     const auto& story = producer.story();
-    EXPECT_EQ(std::count(story.begin(), story.end(), "connected"), 1);
+    EXPECT_EQ(std::count(story.begin(), story.end(), "connected " + std::to_string(process)), 1);
     EXPECT_EQ(std::count(story.begin(), story.end(), "lost"), 0);
     PavoProcess client = watch();
     EXPECT_TRUE(seesProducer(client));
