@@ -1,6 +1,6 @@
 // The camera's own costs: how soon after its start another program sees it and gets a frame, what memory it
-// takes with one client, and how often it wakes up while nobody watches. One line of JSON for each server that
-// it can be in: the session's daemon, or its own.
+// takes with one client, and how often it wakes up while nobody watches. One line of JSON for each server
+// that it can be in: the session's daemon, or its own.
 //
 //     CameraBenchmark [starts [idle seconds]]        20 30
 #include "Tests/Support/ChildProcess.h"
