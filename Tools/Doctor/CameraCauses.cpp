@@ -121,7 +121,8 @@ Finding checkTwoCameras(Examination& examination)
                                     " are all cameras here: producers reach one, clients may see another.",
                                 "end all but one: kill " + std::to_string(cameras.back().process.pid));
     const auto& answer = examination.pipeWire(examination.clientRemote());
-    if (!answer.isThere()) return Finding::unknown("PipeWire cannot be asked: " + answer.problem + ".");
+    if (answer.kind == PipeWireAnswer::Kind::silent)
+        return Finding::unknown("PipeWire cannot be asked: " + answer.problem + ".");
     const auto nodes = answer.graph.cameras(Examination::kNodeName);
     if (nodes.size() > 1)
         return Finding::problem("PipeWire has " + std::to_string(nodes.size()) +
@@ -173,7 +174,8 @@ Finding checkOutdated(Examination& examination)
         return Finding::hint("The camera is of version " + examination.status().value().version +
                                  ", and this command of " + version + ".",
                              remedy);
-    return Finding::fine("The camera is as new as its program.");
+    return Finding::fine(examination.camerasHere().empty() ? "No camera runs that could be out of date."
+                                                           : "The camera is as new as its program.");
 }
 
 Finding checkDescriptors(Examination& examination)
@@ -188,7 +190,9 @@ Finding checkDescriptors(Examination& examination)
                 "systemctl --user edit pavo-camera, with LimitNOFILE=65536 under [Service]; or "
                 "ulimit -n 65536 before pavo camera");
     }
-    return Finding::fine("The camera has file descriptors to spare.");
+    return Finding::fine(examination.camerasHere().empty()
+                             ? "No camera runs that could lack file descriptors."
+                             : "The camera has file descriptors to spare.");
 }
 
 constexpr std::array<Cause, 10> kCauses = {{

@@ -134,27 +134,38 @@ bool LinuxSystem::answers(const std::string& path) const
 std::vector<Process> LinuxSystem::processes() const
 {
     std::vector<Process> processes;
-    for (const std::string& name : list("/proc")) {
-        struct stat status{};
-        if (!isNumber(name) || ::stat(("/proc/" + name).c_str(), &status) != 0) continue;
-        Process process;
-        process.pid = static_cast<pid_t>(std::strtol(name.c_str(), nullptr, 10));
-        process.owner = status.st_uid;
-        const std::string folder = folderOf(process.pid);
-        process.arguments = splitAtNul(readFile(folder + "cmdline").value_or(""));
-        const std::string stat = readFile(folder + "stat").value_or("");
-        const auto afterName = stat.rfind(") ");
-        if (process.arguments.empty() || afterName == std::string::npos)
-            continue;  // the kernel's own, or gone
-        process.state = stat.size() > afterName + 2 ? stat[afterName + 2] : '?';
-        std::string file = readLink(folder + "exe").value_or(process.arguments.front());
-        constexpr std::string_view kReplaced = " (deleted)";
-        process.isReplaced = file.ends_with(kReplaced);
-        if (process.isReplaced) file.resize(file.size() - kReplaced.size());
-        process.program = file.substr(file.rfind('/') + 1);
-        processes.push_back(std::move(process));
-    }
+    for (const std::string& name : list("/proc"))
+        if (isNumber(name))
+            if (auto process = processIn("/proc/" + name + "/")) {
+                process->pid = static_cast<pid_t>(std::strtol(name.c_str(), nullptr, 10));
+                processes.push_back(std::move(*process));
+            }
     return processes;
+}
+
+std::optional<Process> LinuxSystem::processIn(const std::string& folder) const
+{
+    Process process;
+    process.arguments = splitAtNul(readFile(folder + "cmdline").value_or(""));
+    const std::string status = readFile(folder + "status").value_or("");
+    const auto state = status.find("\nState:\t");
+    const auto owner = status.find("\nUid:\t");
+    // The kernel's own, or gone meanwhile.
+    if (process.arguments.empty() || state == std::string::npos || owner == std::string::npos)
+        return std::nullopt;
+    process.state = status[state + std::strlen("\nState:\t")];
+    // The second number is whom it acts for. The folder's owner may be root though the process is not root's.
+    std::istringstream users(status.substr(owner + std::strlen("\nUid:\t")));
+    uid_t real = 0;
+    users >> real >> process.owner;
+    // Programs that write over their arguments leave them as one.
+    const std::string& first = process.arguments.front();
+    std::string file = readLink(folder + "exe").value_or(first.substr(0, first.find(' ')));
+    constexpr std::string_view kReplaced = " (deleted)";
+    process.isReplaced = file.ends_with(kReplaced);
+    if (process.isReplaced) file.resize(file.size() - kReplaced.size());
+    process.program = file.substr(file.rfind('/') + 1);
+    return process;
 }
 
 std::optional<std::map<std::string, std::string>> LinuxSystem::environmentOf(pid_t pid) const

@@ -46,6 +46,9 @@ public:
     void pause() const override;
 
 private:
+    // The process whose folder in /proc this is, but for its number.
+    std::optional<Process> processIn(const std::string& folder) const;
+
     const Patience patience_;
     const std::string bundlePath_;
     mutable SessionBus bus_{patience_};

@@ -33,8 +33,12 @@ Finding checkDaemon(Examination& examination)
                                     ".",
                                 "systemctl --user restart pipewire wireplumber");
     if (isEmbedded(examination)) return Finding::fine("The camera does without a PipeWire daemon.");
-    return Finding::problem("No PipeWire daemon runs (" + daemon.problem + ", at " +
-                                examination.runtimeFolder() + "/" + Examination::kDaemon + ").",
+    const std::string folder = examination.runtimeFolder();
+    return Finding::problem("No PipeWire daemon runs: " +
+                                (folder.empty()
+                                     ? "there is no runtime folder that it could be found in"
+                                     : folder + "/" + Examination::kDaemon + ": " + daemon.problem) +
+                                ".",
                             start);
 }
 
@@ -54,7 +58,7 @@ Finding checkEmbedded(Examination& examination)
 Finding checkDaemonCameLater(Examination& examination)
 {
     if (!isEmbedded(examination) || !examination.pipeWire(Examination::kDaemon).isThere())
-        return Finding::fine("The camera is in the PipeWire that runs.");
+        return Finding::fine("No camera serves a PipeWire of its own beside a daemon.");
     if (!camerasIn(examination, Examination::kDaemon).empty())
         return Finding::fine("The PipeWire daemon has a camera.");
     bool isWanted = false;

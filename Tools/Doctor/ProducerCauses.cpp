@@ -9,7 +9,10 @@ namespace pavo::tools {
 namespace {
 
 // What every check here needs; its absence has causes of its own.
-constexpr const char* kNoStatus = "The camera cannot be asked.";
+Finding withoutStatus(Examination& examination)
+{
+    return Finding::unknown("The camera cannot be asked: " + examination.status().problem().text + ".");
+}
 
 std::string nameOf(const CameraStatus::Process& producer)
 {
@@ -19,7 +22,7 @@ std::string nameOf(const CameraStatus::Process& producer)
 
 Finding checkProducer(Examination& examination)
 {
-    if (!examination.status()) return Finding::unknown(kNoStatus);
+    if (!examination.status()) return withoutStatus(examination);
     if (const auto& producer = examination.status().value().producer)
         return Finding::fine("Process " + std::to_string(producer->pid) + " is the producer.");
     return Finding::hint(
@@ -30,7 +33,7 @@ Finding checkProducer(Examination& examination)
 Finding checkSilence(Examination& examination)
 {
     constexpr double kSettledSeconds = 2;
-    if (!examination.status()) return Finding::unknown(kNoStatus);
+    if (!examination.status()) return withoutStatus(examination);
     const CameraStatus& status = examination.status().value();
     if (!status.producer) return Finding::fine("No producer is connected that could be silent.");
     if (status.clients.empty()) return Finding::fine("No client watches, so the producer need not send.");
@@ -50,7 +53,7 @@ Finding checkDropped(Examination& examination)
 {
     constexpr std::uint64_t kOneIn = 100;
     constexpr std::uint64_t kEnough = 10;
-    if (!examination.status()) return Finding::unknown(kNoStatus);
+    if (!examination.status()) return withoutStatus(examination);
     const CameraStatus& status = examination.status().value();
     // Those that nobody was there for are no loss.
     const std::uint64_t dropped = status.frames.dropped() - status.frames.unwatched;

@@ -25,7 +25,7 @@ struct Process {
     uid_t owner = 0;
     std::string program;                 // name of its file
     std::vector<std::string> arguments;  // the program's own name first
-    char state = '?';                    // as in /proc/<pid>/stat
+    char state = '?';                    // as in /proc/<pid>/status
     bool isReplaced = false;             // its file has been replaced or removed since
 };
 
