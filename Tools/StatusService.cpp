@@ -27,7 +27,7 @@ using Clock = std::chrono::steady_clock;
 
 // So that an answer fits into a message, whatever clients call themselves and however many there are.
 constexpr std::size_t kMaxNameBytes = 64;
-constexpr std::size_t kMaxClients = 128;
+constexpr std::size_t kMaxClients = 100;
 
 double secondsSince(Clock::time_point time)
 {

@@ -164,12 +164,14 @@ TEST_F(CommandLine, ViewRefusesWhatDoesNotGoTogether)
                     {{"view", "--out", "a-%d.png"}, "--out needs --every"},
                     {{"view", "--after", "1"}, "--after needs --snapshot"},
                     {{"view", "--trace"}, "--trace needs --json"},
-                    {{"view", "more"}, "not expected: more"}});
+                    {{"view", "more"}, "not expected: more"},
+                    {{"view", "--loud"}, "not expected: --loud"}});
 }
 
 TEST_F(CommandLine, OtherCommandsRefuseBadValues)
 {
     expectMistakes("pavo camera", {{{"camera", "more"}, "not expected: more"},
+                                   {{"camera", "--loud"}, "not expected: --loud"},
                                    {{"camera", "--bundle", ""}, "--bundle: the name is empty"}});
     expectMistakes("pavo status",
                    {{{"status", "more"}, "not expected: more"},
@@ -177,7 +179,8 @@ TEST_F(CommandLine, OtherCommandsRefuseBadValues)
                     {{"status", "--watch"},
                      "--watch needs a terminal; with --json it writes one line a second anywhere"}});
     expectMistakes("pavo demo",
-                   {{{"demo", "--phase", "1"}, "--phase: a phase takes from 2 to 15 seconds, not '1'"},
+                   {{{"demo", "--loud"}, "not expected: --loud"},
+                    {{"demo", "--phase", "1"}, "--phase: a phase takes from 2 to 15 seconds, not '1'"},
                     {{"demo", "--phase", "long"}, "not 'long'"},
                     {{"demo", "--pipewire", "mine"},
                      "--pipewire: a PipeWire is auto, running, private or embedded, not 'mine'"},
