@@ -9,8 +9,8 @@ namespace {
 
 // The pace is that of whoever sends; this is only what clients show.
 constexpr spa_fraction kFrameRate = {60, 1};
-// Enough that a client which holds a few of them slows down no other. But the first client decides for all, and
-// one that insists on a number gets it; the server gives no more than 16.
+// Enough that a client which holds a few of them slows down no other. But the first client decides for all,
+// and one that insists on a number gets it; the server gives no more than 16.
 constexpr int kBufferCount = 16;
 constexpr int kMinBufferCount = 1;
 constexpr int kMaxBufferCount = 32;
