@@ -167,7 +167,7 @@ Finding checkLinks(Examination& examination)
                                     std::to_string(node) + ") asks for the camera but is not linked with it.",
                                 "systemctl --user restart wireplumber, then start the client again; if that "
                                 "does not help, the client may take none "
-                                "of the camera's formats (YUY2, UYVY, NV12, BGRx)");
+                                "of the camera's formats (YUY2, UYVY, NV12)");
     }
     return Finding::fine("Every client is linked.");
 }

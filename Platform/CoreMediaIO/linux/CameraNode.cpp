@@ -161,8 +161,8 @@ void CameraNode::send(OutgoingSample sample)
     }
     tally_.sent();
     if (replaced) tally_.dropped(FrameTally::Drop::replaced);
-    // A sample that still waited has a trigger under way, which now draws this one. A data thread that is late
-    // would else be sent triggers until its queue is full.
+    // A sample that still waited has a trigger under way, which now draws this one. A data thread that is
+    // late would else be sent triggers until its queue is full.
     if (replaced && ++triggersSpared_ < kMaxTriggersSpared) return;
     // One that could not even be sent is made good by the next sample.
     triggersSpared_ = pw_stream_trigger_process(stream_) < 0 ? kMaxTriggersSpared : 0;
