@@ -1,10 +1,11 @@
-// Bundles and the process as the adapters see them. Identifiers are tested by what all systems share.
+// Bundles and the process as the adapters see them, beyond what is tested on all systems.
 
 #include "Platform/Foundation/NSBundle.h"
 #include "Platform/Foundation/NSProcessInfo.h"
 #include "Platform/Foundation/NSUUID.h"
 #include "Platform/Foundation/mac/NSConversions.h"
 #include "Tests/MacOS/AdapterFixture.h"
+#include "Tests/Platform/Foundation/TestBundle.h"
 
 #include <gtest/gtest.h>
 
@@ -13,12 +14,31 @@ namespace {
 
 constinit const ns::Class thisClass("ThisClass");
 
+// What the double of Foundation tells instead of a folder.
+class ToldBundle final : public TestBundle {
+public:
+    ToldBundle(const std::optional<std::string>& identifier, const std::string& resource)
+        : resourcePath_("/Plugin/Resources/" + resource)
+    {
+        setBundles({{"/Main", {"org.example.main", {}}},
+                    {"/Plugin", {identifier.value_or(""), {{resource, resourcePath_}}}}});
+        setMainBundle("/Main");
+        setBundleOfClasses("/Plugin");
+    }
+
+    const ns::Class& classInside() const override { return thisClass; }
+    std::string path() const override { return "/Plugin"; }
+    std::string resourcePath() const override { return resourcePath_; }
+
+private:
+    const std::string resourcePath_;
+};
+
 class FoundationAdapter : public AdapterTest {
 protected:
     FoundationAdapter()
     {
-        setBundles({{"/Main", {"com.tarnwell.main", {}}},
-                    {"/Plugin", {"", {{"picture.png", "/Plugin/Resources/picture.png"}}}}});
+        setBundles({{"/Main", {"com.tarnwell.main", {}}}, {"/Plugin", {}}});
         setMainBundle("/Main");
         setBundleOfClasses("/Plugin");
     }
@@ -31,29 +51,10 @@ TEST_F(FoundationAdapter, KnowsTheMainBundleAndItsIdentifier)
     EXPECT_EQ(bundle.bundleIdentifier(), "com.tarnwell.main");
 }
 
-TEST_F(FoundationAdapter, FindsABundleByAClassOfTheImageThatHoldsTheTypesAddress)
+TEST_F(FoundationAdapter, AsksForTheBundleOfAClassThatTheSystemKnows)
 {
     EXPECT_EQ(ns::Bundle::bundleForClass(thisClass).bundlePath(), "/Plugin");
     EXPECT_NE(objc_getClass(lastClassOfBundle().c_str()), Nil);
-}
-
-TEST_F(FoundationAdapter, TakesTheMainBundleForAnAddressInNoImage)
-{
-    const auto onHeap = std::make_unique<const ns::Class>("Nowhere");
-    EXPECT_EQ(ns::Bundle::bundleForClass(*onHeap).bundlePath(), "/Main");
-}
-
-TEST_F(FoundationAdapter, HasNoIdentifierWhereTheBundleHasNone)
-{
-    EXPECT_EQ(ns::Bundle::bundleForClass(thisClass).bundleIdentifier(), std::nullopt);
-}
-
-TEST_F(FoundationAdapter, FindsResourcesByNameAndExtension)
-{
-    const auto bundle = ns::Bundle::bundleForClass(thisClass);
-    EXPECT_EQ(bundle.pathForResource("picture", "png"), "/Plugin/Resources/picture.png");
-    EXPECT_EQ(bundle.pathForResource("picture", "jpg"), std::nullopt);
-    EXPECT_EQ(ns::Bundle::mainBundle().pathForResource("picture", "png"), std::nullopt);
 }
 
 TEST_F(FoundationAdapter, ReadsTheVersionOfTheSystem)
@@ -87,4 +88,11 @@ TEST_F(FoundationAdapter, PassesErrorsOnWhereThereAreAnyAndSomebodyAsks)
 }
 
 }  // namespace
+
+std::unique_ptr<TestBundle> makeBundle(const std::optional<std::string>& identifier,
+                                       const std::string& resource)
+{
+    return std::make_unique<ToldBundle>(identifier, resource);
+}
+
 }  // namespace pavo::test

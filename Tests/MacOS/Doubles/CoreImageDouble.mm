@@ -65,6 +65,14 @@ NSString* const kCIInputAspectRatioKey = @"aspect ratio key";
     double _aspectRatio;
 }
 
+- (instancetype)init
+{
+    self = [super init];
+    _scale = 1;
+    _aspectRatio = 1;
+    return self;
+}
+
 + (CIFilter*)filterWithName:(NSString*)name
 {
     pavo::test::recordCall(std::string("filter ") + name.UTF8String);

@@ -24,36 +24,6 @@ TEST(CIFilter, OnlyTheLanczosScaleExists)
 {
     EXPECT_TRUE(ci::Filter::filterWithName("CILanczosScaleTransform"));
     EXPECT_FALSE(ci::Filter::filterWithName("CIGaussianBlur"));
-    EXPECT_FALSE(ci::Filter::filterWithName(""));
-}
-
-TEST(CIFilter, GivesNoImageWithoutAnInputImage)
-{
-    auto filter = lanczos();
-    filter.setValue(0.5, ci::kCIInputScaleKey);
-    EXPECT_FALSE(filter.outputImage());
-}
-
-TEST(CIFilter, ScalesTheHeightByTheScaleAndTheWidthByScaleTimesAspectRatio)
-{
-    auto filter = lanczos();
-    filter.setValue(greyImage(40, 20), ci::kCIInputImageKey);
-    filter.setValue(0.5, ci::kCIInputScaleKey);
-    filter.setValue(3.0, ci::kCIInputAspectRatioKey);
-    const auto output = filter.outputImage();
-    ASSERT_TRUE(output);
-    EXPECT_EQ(output->extent().size.width, 60);
-    EXPECT_EQ(output->extent().size.height, 10);
-}
-
-TEST(CIFilter, ScaleAndAspectRatioDefaultToOne)
-{
-    auto filter = lanczos();
-    filter.setValue(greyImage(4, 2), ci::kCIInputImageKey);
-    const auto output = filter.outputImage();
-    ASSERT_TRUE(output);
-    EXPECT_EQ(output->extent().size.width, 4);
-    EXPECT_EQ(output->extent().size.height, 2);
 }
 
 TEST(CIFilter, AScaleThatMakesNoPictureGivesNoImage)

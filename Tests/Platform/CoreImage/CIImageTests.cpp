@@ -44,29 +44,6 @@ private:
     TemporaryFolder folder_;
 };
 
-TEST_F(CIImageTest, ExtentIsThePicturesSizeAtTheOrigin)
-{
-    const auto image = imageFrom(pngBytes(7, 3, black));
-    ASSERT_TRUE(image);
-    EXPECT_EQ(image->extent().origin.x, 0);
-    EXPECT_EQ(image->extent().origin.y, 0);
-    EXPECT_EQ(image->extent().size.width, 7);
-    EXPECT_EQ(image->extent().size.height, 3);
-}
-
-TEST_F(CIImageTest, TransformMovesAndScalesTheExtent)
-{
-    const auto image = imageFrom(pngBytes(10, 20, black));
-    ASSERT_TRUE(image);
-    const auto moved = image->imageByApplyingTransform(CGAffineTransformMakeTranslation(-3, 4.5));
-    const auto extent = moved.imageByApplyingTransform({2, 0, 0, 0.5, 1, 1}).extent();
-    EXPECT_EQ(extent.origin.x, -5);
-    EXPECT_EQ(extent.origin.y, 3.25);
-    EXPECT_EQ(extent.size.width, 20);
-    EXPECT_EQ(extent.size.height, 10);
-    EXPECT_EQ(image->extent().origin.x, 0) << "the image itself does not change";
-}
-
 TEST_F(CIImageTest, AMissingFileGivesNoImageAndALineInTheLog)
 {
     testing::internal::CaptureStderr();

@@ -1,5 +1,6 @@
 #include "Tests/Platform/CoreImage/PictureFile.h"
 
+#include "Tests/Platform/CoreImage/TestPicture.h"
 #include "Tests/Support/Descriptors.h"
 
 #include <spng.h>
@@ -111,6 +112,11 @@ std::vector<Pixel> pixelsOf(CVPixelBufferRef buffer)
         }
     CVPixelBufferUnlockBaseAddress(buffer, kCVPixelBufferLock_ReadOnly);
     return pixels;
+}
+
+void makePictureFile(const std::string& path, std::uint32_t width, std::uint32_t height)
+{
+    writeFile(path, pngBytes(width, height, [](auto, auto) { return Pixel{}; }));
 }
 
 }  // namespace pavo::test

@@ -2,6 +2,7 @@
 
 #include "Platform/Foundation/NSBundle.h"
 
+#include "Tests/Platform/Foundation/TestBundle.h"
 #include "Tests/Support/Descriptors.h"
 
 #include <dlfcn.h>
@@ -75,6 +76,33 @@ private:
     const ns::Class* class_ = nullptr;
 };
 
+// A folder with all of it.
+class FolderBundle final : public pavo::test::TestBundle {
+public:
+    FolderBundle(const std::optional<std::string>& identifier, const std::string& resource)
+        : resource_(resource)
+    {
+        write(folder() / "Contents/Info.plist", identifier ? identifierPlist(*identifier) : xmlPlist(""));
+        write(resourcePath(), "content");
+        plugin_.emplace(folder() / "Contents/Linux/plugin");
+        EXPECT_TRUE(plugin_->pluginClass());
+    }
+
+    const ns::Class& classInside() const override { return *plugin_->pluginClass(); }
+    std::string path() const override { return folder().string(); }
+    std::string resourcePath() const override
+    {
+        return (folder() / "Contents/Resources" / resource_).string();
+    }
+
+private:
+    fs::path folder() const { return fs::canonical(temporary_.path()) / "Test.bundle"; }
+
+    pavo::test::TemporaryFolder temporary_;
+    const std::string resource_;
+    std::optional<Plugin> plugin_;
+};
+
 class NSBundleTest : public testing::Test {
 protected:
     fs::path folder() const { return fs::canonical(temporary_.path()); }
@@ -91,17 +119,6 @@ protected:
 private:
     pavo::test::TemporaryFolder temporary_;
 };
-
-TEST_F(NSBundleTest, FindsTheBundleOfALibraryInContents)
-{
-    const auto bundle = folder() / "Test.bundle";
-    write(bundle / "Contents/Info.plist", identifierPlist("org.example.test"));
-    const Plugin plugin(bundle / "Contents/Linux/plugin");
-    ASSERT_TRUE(plugin.pluginClass());
-    const auto found = ns::Bundle::bundleForClass(*plugin.pluginClass());
-    EXPECT_EQ(found.bundlePath(), bundle.string());
-    EXPECT_EQ(found.bundleIdentifier(), "org.example.test");
-}
 
 TEST_F(NSBundleTest, FindsTheBundleOfALibraryLoadedThroughASymbolicLink)
 {
@@ -198,18 +215,14 @@ TEST_F(NSBundleTest, AHugePropertyListIsNotRead)
     EXPECT_EQ(identifierWith(folder() / "Test.bundle", plist), std::nullopt);
 }
 
-TEST_F(NSBundleTest, FindsResourcesInContents)
+TEST_F(NSBundleTest, AFolderIsNoResource)
 {
     const auto bundle = folder() / "Test.bundle";
     write(bundle / "Contents/Info.plist", identifierPlist("org.example.test"));
-    write(bundle / "Contents/Resources/picture.png", "content");
-    fs::create_directory(bundle / "Contents/Resources/folder.png");
+    fs::create_directories(bundle / "Contents/Resources/folder.png");
     const Plugin plugin(bundle / "Contents/Linux/plugin");
     ASSERT_TRUE(plugin.pluginClass());
     const auto found = ns::Bundle::bundleForClass(*plugin.pluginClass());
-    EXPECT_EQ(found.pathForResource("picture", "png"), (bundle / "Contents/Resources/picture.png").string());
-    EXPECT_EQ(found.pathForResource("picture", "jpg"), std::nullopt);
-    EXPECT_EQ(found.pathForResource("other", "png"), std::nullopt);
     EXPECT_EQ(found.pathForResource("folder", "png"), std::nullopt);
 }
 
@@ -234,3 +247,9 @@ TEST_F(NSBundleTest, ReadingBundlesLeavesNoDescriptorOpen)
 }
 
 }  // namespace
+
+std::unique_ptr<pavo::test::TestBundle> pavo::test::makeBundle(const std::optional<std::string>& identifier,
+                                                               const std::string& resource)
+{
+    return std::make_unique<FolderBundle>(identifier, resource);
+}
