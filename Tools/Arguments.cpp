@@ -70,6 +70,14 @@ Result<std::uint64_t> parseCount(std::string_view text)
     return count;
 }
 
+Result<std::uint16_t> parsePort(std::string_view text)
+{
+    std::uint16_t port = 0;
+    if (!parseWhole(text, port))
+        return Problem{"a port is a whole number from 0 to 65535, not " + quoted(text)};
+    return port;
+}
+
 Result<double> parseDuration(std::string_view text)
 {
     double seconds = 0;

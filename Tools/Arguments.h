@@ -22,6 +22,8 @@ Result<Size> parseSize(std::string_view text);
 Result<FrameRate> parseRate(std::string_view text);
 // A whole number from 1.
 Result<std::uint64_t> parseCount(std::string_view text);
+// A whole number from 0 to 65535.
+Result<std::uint16_t> parsePort(std::string_view text);
 // Seconds, at most kLongestSeconds.
 Result<double> parseDuration(std::string_view text);
 // The same, 0 included.

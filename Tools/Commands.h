@@ -24,6 +24,7 @@ auto checkedBy(Parse parse)
 void addCameraCommand(CLI::App& app, int& exitCode);
 void addSendCommand(CLI::App& app, int& exitCode);
 void addViewCommand(CLI::App& app, int& exitCode);
+void addPreviewCommand(CLI::App& app, int& exitCode);
 void addStatusCommand(CLI::App& app, int& exitCode);
 void addDemoCommand(CLI::App& app, int& exitCode);
 void addDoctorCommand(CLI::App& app, int& exitCode);

@@ -2,6 +2,8 @@
 
 #include "Tools/TestPattern.h"
 
+#include <algorithm>
+#include <cmath>
 #include <libyuv.h>
 
 namespace pavo::tools {
@@ -16,6 +18,16 @@ int signedOf(std::size_t value)
 const std::uint8_t* chromaPlane(const CameraFrame& frame)
 {
     return frame.bytes.data() + std::size_t{frame.strideBytes} * frame.height;
+}
+
+VideoFormat fittedFormat(const CameraFrame& frame, std::uint32_t mostWidth, std::uint32_t mostHeight)
+{
+    const double scale =
+        std::min({1.0, double{1} * mostWidth / frame.width, double{1} * mostHeight / frame.height});
+    const auto scaled = [scale](std::uint32_t side) {
+        return std::max(1U, static_cast<std::uint32_t>(std::lround(side * scale)));
+    };
+    return {Packing::bgra, scaled(frame.width), scaled(frame.height)};
 }
 
 }  // namespace
@@ -90,6 +102,36 @@ std::vector<std::uint8_t> rgbOf(const CameraFrame& frame)
                              &libyuv::kYuvH709Constants, width, height);
     libyuv::ARGBToRAW(bgra.data(), width * 4, rgb.data(), width * 3, width, height);
     return rgb;
+}
+
+Image bgraOf(const CameraFrame& frame, std::uint32_t mostWidth, std::uint32_t mostHeight)
+{
+    const VideoFormat format = fittedFormat(frame, mostWidth, mostHeight);
+    const int width = signedOf(frame.width), height = signedOf(frame.height);
+    const int smallWidth = signedOf(format.width), smallHeight = signedOf(format.height);
+    Image picture(format);
+    const auto& [data, stride] = picture.view().planes[0];
+    if (frame.format == CameraFormat::bgrx) {
+        libyuv::ARGBScale(frame.bytes.data(), signedOf(frame.strideBytes), width, height, data,
+                          signedOf(stride), smallWidth, smallHeight, libyuv::kFilterBox);
+        // What is unused in the frame may be anything.
+        const std::size_t size = stride * format.height;
+        for (std::size_t i = 3; i < size; i += 4)
+            data[i] = 0xFF;
+        return picture;
+    }
+    Image whole = i420Of(frame);
+    Image small({Packing::i420, format.width, format.height});
+    const auto& [y, u, v] = whole.view().planes;
+    const auto& [smallY, smallU, smallV] = small.view().planes;
+    libyuv::I420Scale(y.data, signedOf(y.strideBytes), u.data, signedOf(u.strideBytes), v.data,
+                      signedOf(v.strideBytes), width, height, smallY.data, signedOf(smallY.strideBytes),
+                      smallU.data, signedOf(smallU.strideBytes), smallV.data, signedOf(smallV.strideBytes),
+                      smallWidth, smallHeight, libyuv::kFilterBox);
+    libyuv::I420ToARGBMatrix(smallY.data, signedOf(smallY.strideBytes), smallU.data,
+                             signedOf(smallU.strideBytes), smallV.data, signedOf(smallV.strideBytes), data,
+                             signedOf(stride), &libyuv::kYuvH709Constants, smallWidth, smallHeight);
+    return picture;
 }
 
 std::optional<std::uint32_t> counterOf(const CameraFrame& frame)

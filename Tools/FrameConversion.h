@@ -23,6 +23,9 @@ bool isWhole(const CameraFrame& frame);
 // Colours as the camera means them: BT.709, video range. The frame must be whole.
 std::vector<std::uint8_t> rgbOf(const CameraFrame& frame);
 Image i420Of(const CameraFrame& frame);
+// For screens: opaque BGRA of the frame's shape, at most that large, and no larger than the frame, which must
+// be whole.
+Image bgraOf(const CameraFrame& frame, std::uint32_t mostWidth, std::uint32_t mostHeight);
 
 // The test pattern's counter, where the frame shows the whole pattern. The frame must be whole.
 std::optional<std::uint32_t> counterOf(const CameraFrame& frame);

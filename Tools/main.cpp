@@ -46,6 +46,7 @@ int main(int argc, char** argv)
     addCameraCommand(app, exitCode);
     addSendCommand(app, exitCode);
     addViewCommand(app, exitCode);
+    addPreviewCommand(app, exitCode);
     addStatusCommand(app, exitCode);
     addDemoCommand(app, exitCode);
     addDoctorCommand(app, exitCode);

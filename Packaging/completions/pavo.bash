@@ -5,6 +5,7 @@ _pavo_values() {
     case "$1 $2" in
         "send --format") echo "UYVY YUY2 NV12 I420 BGRA" ;;
         "view --format") echo "YUY2 UYVY NV12 BGRx" ;;
+        "preview --graphics") echo "auto symbols sixels kitty" ;;
         "demo --pipewire") echo "auto running private embedded" ;;
         *" --size") echo "640x480 1280x720 1920x1080 3840x2160" ;;
         *" --fps") echo "24 25 30 50 60" ;;

@@ -79,6 +79,7 @@ TEST_F(CompletionInBash, OffersTheValuesOfAnOption)
     EXPECT_EQ(offered({"pavo", "send", "--format", ""}), (Words{"UYVY", "YUY2", "NV12", "I420", "BGRA"}));
     EXPECT_EQ(offered({"pavo", "view", "--format", ""}), (Words{"YUY2", "UYVY", "NV12", "BGRx"}));
     EXPECT_EQ(offered({"pavo", "send", "--format", "=", "N"}), Words{"NV12"});
+    EXPECT_EQ(offered({"pavo", "preview", "--graphics", ""}), (Words{"auto", "symbols", "sixels", "kitty"}));
     EXPECT_EQ(offered({"pavo", "demo", "--pipewire", ""}), (Words{"auto", "running", "private", "embedded"}));
 }
 
@@ -155,6 +156,7 @@ TEST_F(CompletionInZsh, OffersTheValuesOfAnOption)
     EXPECT_EQ(added("pavo send --format "), (Words{"UYVY", "YUY2", "NV12", "I420", "BGRA"}));
     EXPECT_EQ(added("pavo view --format "), (Words{"YUY2", "UYVY", "NV12", "BGRx"}));
     EXPECT_EQ(added("pavo send --format=N"), Words{"--format=NV12"});
+    EXPECT_EQ(added("pavo preview --graphics "), (Words{"auto", "symbols", "sixels", "kitty"}));
     EXPECT_EQ(added("pavo demo --pipewire "), (Words{"auto", "running", "private", "embedded"}));
 }
 

@@ -38,7 +38,7 @@ std::set<std::string> optionsOn(const std::string& text)
 TEST(Manual, HasAPageForEachCommand)
 {
     const auto commands = installed::commands();
-    EXPECT_THAT(commands, testing::IsSupersetOf({"camera", "send", "view", "status", "demo"}));
+    EXPECT_THAT(commands, testing::IsSupersetOf({"camera", "send", "view", "preview", "status", "demo"}));
     const std::string overview = page("pavo");
     for (const auto& command : commands) {
         EXPECT_NE(page("pavo-" + command), "") << command;

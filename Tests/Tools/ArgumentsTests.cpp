@@ -137,5 +137,15 @@ TEST(NumberedName, IsRefusedWithoutOnePlaceForANumber)
     }
 }
 
+TEST(PortArgument, IsAWholeNumberOfSixteenBits)
+{
+    EXPECT_EQ(parsePort("0").value(), 0);
+    EXPECT_EQ(parsePort("7286").value(), 7286);
+    EXPECT_EQ(parsePort("65535").value(), 65535);
+    for (const char* text : {"", "65536", "-1", "+1", "80 ", " 80", "80.0", "0x50", "http", "99999999999999"})
+        EXPECT_EQ(parsePort(text).problem().text,
+                  "a port is a whole number from 0 to 65535, not '" + std::string(text) + "'");
+}
+
 }  // namespace
 }  // namespace pavo::tools

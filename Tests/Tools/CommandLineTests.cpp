@@ -78,6 +78,8 @@ TEST_F(CommandLine, HelpOfEachCommandExplainsEachOption)
     expectOptions({"send"}, {"--png", "--size", "--format", "--fps", "--frames", "--json"});
     expectOptions({"view"}, {"--snapshot", "--after", "--every", "--out", "--raw", "--y4m", "--format",
                              "--frames", "--seconds", "--wait", "--camera", "--remote", "--json", "--trace"});
+    expectOptions({"preview"},
+                  {"--http", "--port", "--size", "--fps", "--graphics", "--camera", "--remote", "--json"});
     expectOptions({"status"}, {"--json", "--watch"});
     expectOptions({"demo"}, {"--sheet", "--phase", "--pipewire"});
     expectOptions({"doctor"}, {"--json", "--list"});
@@ -86,7 +88,8 @@ TEST_F(CommandLine, HelpOfEachCommandExplainsEachOption)
 TEST_F(CommandLine, HelpNamesTheCommands)
 {
     const auto help = run({"--help"});
-    for (const char* command : {"  camera ", "  send ", "  view ", "  status ", "  demo ", "  doctor "})
+    for (const char* command :
+         {"  camera ", "  send ", "  view ", "  preview ", "  status ", "  demo ", "  doctor "})
         EXPECT_THAT(help.out, HasSubstr(command));
 }
 
@@ -99,8 +102,8 @@ TEST_F(CommandLine, VersionIsOneLine)
 
 TEST_F(CommandLine, CommandThatIsMissingOrUnknownIsAMistake)
 {
-    expectMistakes("pavo", {{{}, "a command is missing: camera, send, view, status, demo or doctor"},
-                            {{"film"}, "there is no command 'film': camera, send, view, status"},
+    expectMistakes("pavo", {{{}, "a command is missing: camera, send, view, preview, status, demo or doctor"},
+                            {{"film"}, "there is no command 'film': camera, send, view, preview, status"},
                             {{"--film"}, "there is no command '--film'"}});
 }
 
@@ -255,6 +258,42 @@ TEST_F(CommandLine, CameraSaysThatNobodyCouldFindIt)
     EXPECT_THAT(result.err, HasSubstr("pavo camera: no program could find this camera: the folder for its "
                                       "sockets cannot be made or used, PAVO_BOOTSTRAP_DIR is " +
                                       file + "\n"));
+}
+
+TEST_F(CommandLine, PreviewRefusesBadValues)
+{
+    expectMistakes("pavo preview",
+                   {{{"preview", "--http", "--port", "65536"},
+                     "--port: a port is a whole number from 0 to 65535, not '65536'"},
+                    {{"preview", "--http", "--port", "-1"}, "not '-1'"},
+                    {{"preview", "--http", "--port", "http"}, "not 'http'"},
+                    {{"preview", "--http", "--port", ""}, "not ''"},
+                    {{"preview", "--http", "--size", "big"}, "--size: a size is WIDTHxHEIGHT"},
+                    {{"preview", "--fps", "0"}, "--fps: a frame rate"},
+                    {{"preview", "--graphics", "ascii"},
+                     "--graphics: graphics are auto, symbols, sixels or kitty, not 'ascii'"},
+                    {{"preview", "--camera", ""}, "--camera: the name is empty"},
+                    {{"preview", "--remote", ""}, "--remote: the name is empty"}});
+}
+
+TEST_F(CommandLine, PreviewRefusesWhatDoesNotGoTogether)
+{
+    expectMistakes("pavo preview",
+                   {{{"preview", "--port", "8000"}, "--port needs --http"},
+                    {{"preview", "--size", "640x360"}, "--size needs --http"},
+                    {{"preview", "--json"}, "--json needs --http"},
+                    {{"preview", "--http", "--graphics", "sixels"}, "--graphics is for the terminal"},
+                    {{"preview", "8000"}, "not expected: 8000"},
+                    {{"preview", "--loud"}, "not expected: --loud"}});
+}
+
+TEST_F(CommandLine, PreviewNeedsATerminalThatShowsPictures)
+{
+    const auto file = run({"preview"});
+    EXPECT_EQ(file.exitCode, kFailure);
+    EXPECT_EQ(file.out, "");
+    EXPECT_EQ(file.err, "pavo preview: standard output is no terminal; \"pavo preview --http\" shows the "
+                        "camera in a browser\n");
 }
 
 TEST_F(CommandLine, ViewSaysThatThereIsNoPipeWire)

@@ -185,5 +185,39 @@ TEST(PatternSource, CountsItsFramesAlsoThoseThatAreLeftOut)
     EXPECT_EQ(counter(), 2U);
 }
 
+TEST(FrameConversion, MakesPicturesForScreensAtMostThatLargeInTheFramesShape)
+{
+    struct Case {
+        std::uint32_t width, height, mostWidth, mostHeight, expectedWidth, expectedHeight;
+    };
+    for (const auto& [width, height, mostWidth, mostHeight, expectedWidth, expectedHeight] :
+         {Case{1920, 1080, 960, 540, 960, 540}, Case{640, 360, 960, 540, 640, 360},
+          Case{1080, 1920, 960, 540, 304, 540}, Case{1920, 1080, 100, 1000, 100, 56},
+          Case{1000, 2, 10, 10, 10, 1}, Case{33, 17, 16, 16, 16, 8}, Case{1, 1, 1, 1, 1, 1}}) {
+        for (const auto format :
+             {CameraFormat::yuy2, CameraFormat::uyvy, CameraFormat::nv12, CameraFormat::bgrx}) {
+            TestFrame frame(format, width, height);
+            const Image picture = bgraOf(frame.frame, mostWidth, mostHeight);
+            EXPECT_EQ(picture.format().packing, Packing::bgra);
+            EXPECT_EQ(picture.bytes()[3], 0xFF) << "opaque";
+            EXPECT_EQ(picture.format().width, expectedWidth) << nameOf(format);
+            EXPECT_EQ(picture.format().height, expectedHeight) << nameOf(format);
+        }
+    }
+}
+
+TEST(FrameConversion, PicturesForScreensHaveTheColorsOfRgbOnes)
+{
+    for (const auto format : {CameraFormat::yuy2, CameraFormat::uyvy, CameraFormat::nv12}) {
+        TestFrame frame(format, 64, 48);
+        frame.fill(81, 90, 240);
+        const auto rgb = rgbOf(frame.frame);
+        const Image picture = bgraOf(frame.frame, 32, 32);
+        for (std::size_t i = 0; i < picture.bytes().size(); i += 4)
+            for (std::size_t color = 0; color < 3; ++color)
+                EXPECT_NEAR(picture.bytes()[i + color], rgb[2 - color], 1) << nameOf(format);
+    }
+}
+
 }  // namespace
 }  // namespace pavo::tools

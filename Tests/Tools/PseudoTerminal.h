@@ -1,0 +1,49 @@
+#pragma once
+
+#include "Platform/Support/UniqueFd.h"
+
+#include <sys/types.h>
+#include <termios.h>
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace pavo::test {
+
+// A program that runs on a terminal of its own. It has ended when the object is gone: killed if need be.
+class PseudoTerminal {
+public:
+    PseudoTerminal(const std::vector<std::string>& arguments, unsigned short columns, unsigned short rows);
+    ~PseudoTerminal();
+    PseudoTerminal(const PseudoTerminal&) = delete;
+    PseudoTerminal& operator=(const PseudoTerminal&) = delete;
+
+    pid_t pid() const { return pid_; }
+    void type(const std::string& keys);
+    void resize(unsigned short columns, unsigned short rows);
+    termios mode() const;
+    // Reads what the program writes until the condition holds of all that it has written. False: it does not
+    // before the deadline, or the program has closed the terminal.
+    bool readUntil(const std::function<bool(const std::string&)>& condition);
+    bool readUntilText(const std::string& text);
+    const std::string& output() const { return output_; }
+    void forget() { output_.clear(); }
+    // Reads on until the program's end; its exit status as ChildProcess has it.
+    std::optional<int> waitForExit() { return waitForExit(true); }
+    // The same without reading.
+    std::optional<int> waitForExitUnread() { return waitForExit(false); }
+
+private:
+    bool readSome();
+    std::optional<int> waitForExit(bool isReading);
+
+    UniqueFd master_;
+    UniqueFd slave_;  // kept open, or the mode of the terminal would go with the program
+    pid_t pid_ = -1;
+    std::string output_;
+};
+
+}  // namespace pavo::test
