@@ -68,6 +68,16 @@ void PrintTo(const BrowserKind& browser, std::ostream* stream)
 const BrowserKind kBrowsers[] = {{"Chromium", "chromium", prepareChromium},
                                  {"Firefox", "firefox-esr", prepareFirefox}};
 
+bool showsPlaceholder(const CameraPage::Seen& seen)
+{
+    return isPlaceholder(seen.picture);
+}
+
+bool showsPattern(const CameraPage::Seen& seen)
+{
+    return counterOf(seen.picture).has_value();
+}
+
 class CameraInABrowser : public WholeCamera, public testing::WithParamInterface<BrowserKind> {
 protected:
     CameraInABrowser() : WholeCamera(Server::daemon) {}
@@ -80,8 +90,6 @@ protected:
         if (IsSkipped() || HasFatalFailure()) return;
         portal_ = std::make_unique<CameraPortal>(folder());
         ASSERT_TRUE(portal_->isReady()) << readFile(folder() + "/portal.log");
-        profile_ = folder() + "/profile";
-        std::filesystem::create_directory(profile_);
     }
     void TearDown() override
     {
@@ -92,12 +100,29 @@ protected:
     }
 
     std::string log() const { return folder() + "/browser.log"; }
-    void startBrowser(const std::string& url)
+    // What the page shows first, once it shows the placeholder.
+    //
+    // Chromium's capture process may end itself as it begins: a check of its own, that two of its threads do
+    // not meet, fails now and then on a busy machine, before the first frame. Then, and only then, the page is
+    // opened again.
+    CameraPage::Seen open()
     {
-        Arguments arguments = GetParam().prepare(profile_);
-        arguments.push_back(url);
-        browser_ = std::make_unique<Browser>(arguments, log());
+        constexpr int kAttempts = 3;
+        CameraPage::Seen seen;
+        for (int attempt = 0; attempt < kAttempts && (attempt == 0 || hasEndedItself()); ++attempt) {
+            page_ = std::make_unique<CameraPage>();
+            const std::string profile = folder() + "/profile-" + std::to_string(attempt);
+            std::filesystem::create_directory(profile);
+            Arguments arguments = GetParam().prepare(profile);
+            arguments.push_back(page_->url());
+            browser_.reset();
+            browser_ = std::make_unique<Browser>(arguments, log());
+            seen = page_->waitForSeen(showsPlaceholder, [this] { return hasEndedItself(); });
+        }
+        return seen;
     }
+    bool hasEndedItself() const { return readFile(log()).find("RaceDetected()") != std::string::npos; }
+    CameraPage& page() { return *page_; }
     Browser& browser() { return *browser_; }
     CameraPortal& portal() { return *portal_; }
     void keep(const CameraPage::Seen& seen, const std::string& what)
@@ -107,30 +132,19 @@ protected:
 
 private:
     std::unique_ptr<CameraPortal> portal_;
-    std::string profile_;
+    std::unique_ptr<CameraPage> page_;
     std::unique_ptr<Browser> browser_;
 };
 INSTANTIATE_TEST_SUITE_P(Of, CameraInABrowser, testing::ValuesIn(kBrowsers),
                          [](const auto& test) { return std::string(test.param.name); });
 
-bool showsPlaceholder(const CameraPage::Seen& seen)
-{
-    return isPlaceholder(seen.picture);
-}
-
-bool showsPattern(const CameraPage::Seen& seen)
-{
-    return counterOf(seen.picture).has_value();
-}
-
 TEST_P(CameraInABrowser, ShowsProducersComeAndGoInOneOpenTrack)
 {
-    CameraPage page;
-    const std::string url = page.url();
-    ASSERT_FALSE(url.empty());
-    startBrowser(url);
-    const nlohmann::json opened = page.waitUntilOpened();
-    ASSERT_FALSE(opened.is_null()) << testing::PrintToString(page.story());
+    const auto before = open();
+    ASSERT_GT(before.frames, 0U) << testing::PrintToString(page().story());
+    keep(before, "placeholder");
+    const nlohmann::json opened = page().waitUntilOpened();
+    ASSERT_FALSE(opened.is_null());
     EXPECT_EQ(opened["labels"], nlohmann::json::array({"Pavo Camera"}));
     EXPECT_EQ(opened["label"], "Pavo Camera");
     EXPECT_EQ(opened["settings"]["width"], 1920);
@@ -138,19 +152,15 @@ TEST_P(CameraInABrowser, ShowsProducersComeAndGoInOneOpenTrack)
     EXPECT_EQ(opened["settings"]["frameRate"], 60);
     EXPECT_EQ(portal().questions(), 1);
 
-    const auto before = page.waitForSeen(showsPlaceholder);
-    ASSERT_GT(before.frames, 0U);
-    keep(before, "placeholder");
-
     PavoProcess producer = produce({"--size", "1920x1080"});
-    const auto during = page.waitForSeen(showsPattern);
+    const auto during = page().waitForSeen(showsPattern);
     ASSERT_GT(during.frames, 0U);
     keep(during, "pattern");
     EXPECT_EQ(during.width, 1920);
     EXPECT_EQ(during.height, 1080);
     // Both take every camera's YUV for BT.601.
     EXPECT_LE(worstBarError(during.picture, Reading::bt601), kColourTolerance);
-    const auto later = page.waitForSeen(
+    const auto later = page().waitForSeen(
         [&during](const CameraPage::Seen& seen) { return seen.frames >= during.frames + 120; });
     ASSERT_GT(later.frames, 0U);
     EXPECT_GT(counterOf(later.picture), counterOf(during.picture));
@@ -162,11 +172,11 @@ TEST_P(CameraInABrowser, ShowsProducersComeAndGoInOneOpenTrack)
     EXPECT_TRUE(browser().has(watcher["pid"])) << watcher;
     EXPECT_EQ(producer.end(SIGTERM), 0);
 
-    const auto after = page.waitForSeen(showsPlaceholder);
+    const auto after = page().waitForSeen(showsPlaceholder);
     ASSERT_GT(after.frames, 0U);
     keep(after, "placeholder-again");
     // Neither ended nor opened again.
-    EXPECT_EQ(page.story(), (std::vector<std::string>{"serving", "opened"}));
+    EXPECT_EQ(page().story(), (std::vector<std::string>{"serving", "opened"}));
     EXPECT_TRUE(browser().isRunning());
     browser().end();
     EXPECT_TRUE(waitForRemoved(watcher["pid"]));

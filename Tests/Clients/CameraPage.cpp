@@ -24,20 +24,22 @@ nlohmann::json CameraPage::waitUntilOpened()
     return server_.lastReport("opened");
 }
 
-CameraPage::Seen CameraPage::waitForSeen(const std::function<bool(const Seen&)>& isWanted)
+CameraPage::Seen CameraPage::waitForSeen(const std::function<bool(const Seen&)>& isWanted,
+                                         const std::function<bool()>& isHopeless)
 {
     const auto framesOf = [](const nlohmann::json& report) {
         return report.is_null() ? std::uint64_t{0} : report.value("frames", std::uint64_t{0});
     };
     std::uint64_t known = framesOf(server_.lastReport("seen"));
     Seen seen;
-    const bool isFound = eventually([&] {
+    bool isFound = false;
+    eventually([&] {
         const auto report = server_.lastReport("seen");
-        if (framesOf(report) == known) return false;
+        if (framesOf(report) == known) return isHopeless();
         known = framesOf(report);
         seen = {known, report.value("timeMs", 0.0), report.value("width", 0), report.value("height", 0), {}};
         if (auto picture = readPicture(report.value("picture", ""))) seen.picture = std::move(*picture);
-        return isWanted(seen);
+        return isFound = isWanted(seen);
     });
     return isFound ? seen : Seen{};
 }
