@@ -103,8 +103,8 @@ protected:
     // What the page shows first, once it shows the placeholder.
     //
     // Chromium's capture process may end itself as it begins: a check of its own, that two of its threads do
-    // not meet, fails now and then on a busy machine, before the first frame. Then, and only then, the page is
-    // opened again.
+    // not meet, fails now and then on a busy machine, before the first frame. Then, and only then, the page
+    // is opened again.
     CameraPage::Seen open()
     {
         constexpr int kAttempts = 3;

@@ -34,8 +34,8 @@ public:
     std::string url();
     // The browser's facts about the camera once the page has opened it; null when it has not in time.
     nlohmann::json waitUntilOpened();
-    // Waits for a report, made from now on, that `isWanted`. Without frames when there is none in time, or none
-    // to wait for any more.
+    // Waits for a report, made from now on, that `isWanted`. Without frames when there is none in time, or
+    // none to wait for any more.
     Seen waitForSeen(
         const std::function<bool(const Seen&)>& isWanted,
         const std::function<bool()>& isHopeless = [] { return false; });

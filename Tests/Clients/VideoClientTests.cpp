@@ -24,7 +24,7 @@ protected:
         ASSERT_FALSE(before.rgb.empty()) << client.log();
         keepPicture(before, name + "-placeholder");
 
-        PavoProcess producer = produce({"--size", "1280x720"});
+        PavoProcess producer = produce();
         const auto showsPattern = [](const ClientPicture& picture) { return counterOf(picture).has_value(); };
         const ClientPicture during = client.waitFor(showsPattern);
         ASSERT_FALSE(during.rgb.empty()) << client.log();
@@ -92,7 +92,7 @@ TEST_F(CameraInFFmpeg, ShowsProducersComeAndGoInRightColours)
 
 TEST_F(CameraInFFmpeg, RecordsAFile)
 {
-    PavoProcess producer = produce({"--size", "1280x720"});
+    PavoProcess producer = produce();
     ASSERT_TRUE(eventually([&producer] { return !producer.lastReport("connected").is_null(); }));
     const std::string file = folder() + "/recording.mkv";
     run({"pw-v4l2", "ffmpeg", "-nostdin", "-v", "error", "-f", "v4l2", "-i", "/dev/video0", "-frames:v", "60",
