@@ -21,6 +21,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -105,28 +106,35 @@ std::unique_ptr<Watcher> watchWhenThere()
     return watcher;
 }
 
+using Switches = std::map<pid_t, std::uint64_t>;
+
+// Of threads that are there at the end: one that has come meanwhile counts from its beginning.
+std::uint64_t wakeUpsBetween(const Switches& before, const Switches& after)
+{
+    std::uint64_t count = 0;
+    for (const auto& [thread, switches] : after) {
+        const auto known = before.find(thread);
+        count += switches - (known == before.end() ? 0 : known->second);
+    }
+    return count;
+}
+
 std::uint64_t wakeUpsWithin(pid_t process, std::chrono::seconds time)
 {
-    const auto count = [process] {
-        std::uint64_t sum = 0;
-        for (const auto& [thread, switches] : pavo::test::voluntarySwitches(process))
-            sum += switches;
-        return sum;
-    };
-    // What has just ended has to come to rest first.
-    std::uint64_t last = count();
+    // What has just ended has to come to rest first, also the threads that did its work.
+    Switches last = pavo::test::voluntarySwitches(process);
     auto since = Clock::now();
     waitFor(
         [&] {
-            const std::uint64_t now = count();
+            Switches now = pavo::test::voluntarySwitches(process);
             if (std::exchange(last, now) != now) since = Clock::now();
             return Clock::now() - since > std::chrono::seconds(2);
         },
         kPatience);
-    const std::uint64_t before = count();
+    const Switches before = pavo::test::voluntarySwitches(process);
     const auto end = Clock::now() + time;
     waitFor([end] { return Clock::now() >= end; }, time + kPatience);
-    return count() - before;
+    return wakeUpsBetween(before, pavo::test::voluntarySwitches(process));
 }
 
 nlohmann::json measureStart(const std::string& program, int starts)
