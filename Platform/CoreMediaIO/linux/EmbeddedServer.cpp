@@ -18,8 +18,9 @@ constexpr const char* kModules[] = {"libpipewire-module-protocol-native", "libpi
 
 std::unique_ptr<EmbeddedServer> EmbeddedServer::create(PipeWireLoop& loop, std::string& problem)
 {
-    pw_properties* properties = pw_properties_new(PW_KEY_CONFIG_NAME, "null", PW_KEY_CORE_DAEMON, "true",
-                                                  PW_KEY_CORE_NAME, kName, "link.max-buffers", "16", nullptr);
+    pw_properties* properties =
+        pw_properties_new(PW_KEY_CONFIG_NAME, "null", PW_KEY_CORE_DAEMON, "true", PW_KEY_CORE_NAME, kName,
+                          "link.max-buffers", "16", PipeWireLoop::kLockMemory, "false", nullptr);
     pw_context* context = pw_context_new(loop.get(), properties, 0);
     if (!context) {
         problem = std::string("no context: ") + std::strerror(errno);

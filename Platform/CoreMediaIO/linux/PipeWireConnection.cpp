@@ -114,7 +114,9 @@ void PipeWireConnection::watchForDaemon()
 
 pw_core* PipeWireConnection::connectToDaemon()
 {
-    if (!daemonContext_) daemonContext_ = pw_context_new(loop_.get(), nullptr, 0);
+    if (!daemonContext_)
+        daemonContext_ =
+            pw_context_new(loop_.get(), pw_properties_new(PipeWireLoop::kLockMemory, "false", nullptr), 0);
     pw_core* core = daemonContext_ ? pw_context_connect(daemonContext_, nullptr, 0) : nullptr;
     if (!core) report(std::string("No PipeWire daemon: ") + std::strerror(errno));
     return core;

@@ -26,6 +26,9 @@ public:
         pw_thread_loop* loop_;
     };
 
+    // A context's property. Buffers that are locked into memory all take memory, also those never used.
+    static constexpr const char* kLockMemory = "mem.allow-mlock";
+
     PipeWireLoop();
     // Ends the thread. Not on the loop's thread, and after everything that lives on the loop is gone.
     ~PipeWireLoop();
