@@ -55,25 +55,47 @@ Finding checkEmbedded(Examination& examination)
         "export PIPEWIRE_REMOTE=pavo-0 for each program; or start PipeWire, then the camera again");
 }
 
+// A camera with a PipeWire of its own, and a daemon without one.
+bool isBesideDaemon(Examination& examination)
+{
+    return isEmbedded(examination) && examination.pipeWire(Examination::kDaemon).isThere() &&
+           camerasIn(examination, Examination::kDaemon).empty();
+}
+
+bool isEmbeddedByWish(Examination& examination)
+{
+    const auto cameras = examination.camerasHere();
+    return std::any_of(cameras.begin(), cameras.end(), [](const auto& camera) {
+        const auto setting = camera.environment.find("PAVO_PIPEWIRE");
+        return setting != camera.environment.end() && setting->second == "embedded";
+    });
+}
+
 Finding checkDaemonCameLater(Examination& examination)
 {
-    if (!isEmbedded(examination) || !examination.pipeWire(Examination::kDaemon).isThere())
-        return Finding::fine("No camera serves a PipeWire of its own beside a daemon.");
-    if (!camerasIn(examination, Examination::kDaemon).empty())
-        return Finding::fine("The PipeWire daemon has a camera.");
-    bool isWanted = false;
-    for (const auto& camera : examination.camerasHere()) {
-        const auto setting = camera.environment.find("PAVO_PIPEWIRE");
-        isWanted = isWanted || (setting != camera.environment.end() && setting->second == "embedded");
-    }
-    if (isWanted)
+    const auto isInOrder = Finding::fine("No camera serves a PipeWire of its own beside a daemon.");
+    if (!isBesideDaemon(examination)) return isInOrder;
+    if (isEmbeddedByWish(examination))
+        return Finding::problem("The camera was started with PAVO_PIPEWIRE=embedded, so the PipeWire daemon, "
+                                "which runs, does not have it.",
+                                "start the camera without PAVO_PIPEWIRE");
+    // It moves by itself, but not away from clients.
+    const auto& status = examination.status();
+    if (status && !status.value().clients.empty()) {
+        const auto& client = status.value().clients.front().process;
         return Finding::problem(
-            "The camera was started with PAVO_PIPEWIRE=embedded, so the PipeWire daemon, which "
-            "runs, does not have it.",
-            "start the camera without PAVO_PIPEWIRE");
+            "A PipeWire daemon has come, and the camera moves there when its clients in pavo-0 "
+            "have gone; process " +
+                std::to_string(client.pid) + " (" + client.program + ") is one.",
+            "end these clients, or " + restartOf(examination));
+    }
+    examination.system().pause();
+    examination.pipeWireAgain(Examination::kDaemon);
+    examination.pipeWireAgain(Examination::kEmbedded);
+    if (!isBesideDaemon(examination)) return isInOrder;
     return Finding::problem(
-        "The camera started before the PipeWire daemon and serves a PipeWire of its own, pavo-0; "
-        "the daemon does not have it.",
+        "The camera serves a PipeWire of its own, pavo-0, and has not moved to the PipeWire daemon, "
+        "which runs.",
         restartOf(examination));
 }
 
@@ -166,8 +188,8 @@ Finding checkLinks(Examination& examination)
         return Finding::problem("The client " + found->property("node.name") + " (object " +
                                     std::to_string(node) + ") asks for the camera but is not linked with it.",
                                 "systemctl --user restart wireplumber, then start the client again; if that "
-                                "does not help, the client may take none "
-                                "of the camera's formats (YUY2, UYVY, NV12)");
+                                "does not help, the client may take none of the camera's "
+                                "formats");
     }
     return Finding::fine("Every client is linked.");
 }
@@ -191,8 +213,8 @@ constexpr std::array<Cause, 8> kCauses = {{
      "Without a PipeWire daemon the camera is in a PipeWire of its own",
      "Start clients with PIPEWIRE_REMOTE=pavo-0", checkEmbedded},
     {"daemon-came-later", "No program sees the camera, which runs",
-     "The camera is in a PipeWire of its own, although a daemon runs",
-     "Start the camera again, without PAVO_PIPEWIRE", checkDaemonCameLater},
+     "The camera is in a PipeWire of its own, although a daemon runs: it was told to, or has clients there",
+     "End these clients, or start the camera again, without PAVO_PIPEWIRE", checkDaemonCameLater},
     {"remote-elsewhere", "Some programs do not see the camera",
      "PIPEWIRE_REMOTE leads to a PipeWire without the camera", "Unset it, or set it right", checkRemote},
     {"node-missing", "No program sees the camera, which runs", "PipeWire does not have the camera's node",

@@ -64,11 +64,23 @@ Finding checkDropped(Examination& examination)
         "close clients that are not needed, or send fewer or smaller frames: pavo send --fps 30");
 }
 
+// A producer that has a camera where it looks for one is in its place.
+bool hasOtherCamera(Examination& examination, const Examination::PavoProcess& producer)
+{
+    const auto foreign = examination.foreignCameras();
+    const auto elsewhere = examination.camerasElsewhere();
+    return std::any_of(foreign.begin(), foreign.end(),
+                       [&producer](const auto& camera) { return camera.owner == producer.process.owner; }) ||
+           std::any_of(elsewhere.begin(), elsewhere.end(),
+                       [&producer](const auto& camera) { return camera.nameFolder == producer.nameFolder; });
+}
+
 Finding checkElsewhere(Examination& examination)
 {
     if (examination.status() && examination.status().value().producer)
         return Finding::fine("The camera has a producer.");
     for (const auto& producer : examination.producers()) {
+        if (hasOtherCamera(examination, producer)) continue;
         if (producer.process.owner != examination.system().user())
             return Finding::problem(namesOf({producer}) + ", a producer, is that of user " +
                                         std::to_string(producer.process.owner) +

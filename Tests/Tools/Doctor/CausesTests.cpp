@@ -102,8 +102,7 @@ const std::vector<Case> kCameraCases = {
      Verdict::problem,
      "Process 100 is a camera whose names are in /run/user/1000/pavo, but here they are looked for in "
      "/elsewhere/user",
-     "unset PAVO_BOOTSTRAP_DIR",
-     {"producer-elsewhere"}},
+     "unset PAVO_BOOTSTRAP_DIR"},
     {"names-elsewhere",
      [](SystemDouble& system) { system.environments[100]["PAVO_BOOTSTRAP_DIR"] = "/elsewhere"; },
      Verdict::problem, "whose names are in /elsewhere/user", "the same PAVO_BOOTSTRAP_DIR"},
@@ -189,7 +188,15 @@ const std::vector<Case> kPipeWireCases = {
          system.removeObjects(kDaemon, "node.name", "pavo-camera");
          system.addCamera(kEmbedded, 7);
      },
-     Verdict::problem, "started before the PipeWire daemon", "systemctl --user restart pavo-camera"},
+     Verdict::problem, "when its clients in pavo-0 have gone; process 300 (chromium) is one",
+     "end these clients"},
+    {"daemon-came-later",
+     [](SystemDouble& system) {
+         system.removeObjects(kDaemon, "node.name", "pavo-camera");
+         system.addCamera(kEmbedded, 7);
+         system.status.value().clients.clear();
+     },
+     Verdict::problem, "has not moved to the PipeWire daemon", "systemctl --user restart pavo-camera"},
     {"daemon-came-later",
      [](SystemDouble& system) {
          system.removeObjects(kDaemon, "node.name", "pavo-camera");
@@ -392,6 +399,16 @@ const std::vector<Resemblance> kResemblances = {
          system.addObject(kDaemon, 51, "Node",
                           {{"media.class", "Stream/Input/Video"}, {"target.object", "webcam"}});
      }},
+    {"a camera that moves to the daemon a moment later",
+     [](SystemDouble& system) {
+         system.status.value().clients.clear();
+         system.removeObjects(kDaemon, "node.name", "pavo-camera");
+         system.addCamera(kEmbedded, 7);
+         system.meanwhile = [&system] {
+             system.pipeWires.erase(kEmbedded);
+             system.addCamera(kDaemon, 44);
+         };
+     }},
     {"a node that comes a moment later",
      [](SystemDouble& system) {
          system.removeObjects(kDaemon, "node.name", "pavo-camera");
@@ -470,6 +487,20 @@ TEST(Doctor, IsSilentAboutWhatOnlyResemblesACause)
         happens(system);
         EXPECT_THAT(complaintsOf(diagnose(system)), IsEmpty());
     }
+}
+
+TEST(Doctor, LeavesProducersOfOtherCamerasAlone)
+{
+    SystemDouble system;
+    system.endProcess(SystemDouble::kProducer);
+    system.status.value().producer.reset();
+    system.addProcess(101, {"pavo", "camera"});
+    system.addProcess(201, {"pavo", "send"});
+    for (const pid_t pid : {101, 201})
+        system.environments[pid]["PAVO_BOOTSTRAP_DIR"] = "/elsewhere";
+    system.addProcess(102, {"pavo", "camera"}, 1001);
+    system.addProcess(202, {"pavo", "send"}, 1001);
+    EXPECT_EQ(complaintsOf(diagnose(system)), std::set<std::string>{"no-producer"});
 }
 
 struct Doubt {
