@@ -29,7 +29,7 @@ using testing::HasSubstr;
 using testing::Not;
 
 constexpr std::chrono::seconds kDeadline(60);
-constexpr std::chrono::seconds kPatience(1);
+constexpr std::chrono::seconds kLittlePatience(1);
 
 std::vector<std::uint8_t> pictureOf(const std::string& text)
 {
@@ -38,10 +38,10 @@ std::vector<std::uint8_t> pictureOf(const std::string& text)
 
 class PreviewServerTest : public testing::Test {
 protected:
-    PreviewServerTest()
+    explicit PreviewServerTest(std::chrono::seconds patience = kDeadline)
     {
         auto started = PreviewServer::start(
-            0, feed_, [] { return nlohmann::json{{"camera", nullptr}, {"note", "\xFF"}}; }, kPatience);
+            0, feed_, [] { return nlohmann::json{{"camera", nullptr}, {"note", "\xFF"}}; }, patience);
         if (started) server_ = std::move(started.value());
     }
     void SetUp() override { ASSERT_NE(server_, nullptr); }
@@ -66,6 +66,12 @@ protected:
 
     PictureFeed feed_;
     std::unique_ptr<PreviewServer> server_;
+};
+
+// Gives up connections soon.
+class ImpatientPreviewServer : public PreviewServerTest {
+protected:
+    ImpatientPreviewServer() : PreviewServerTest(kLittlePatience) {}
 };
 
 TEST_F(PreviewServerTest, ServesThePageWithItsStyleAndScript)
@@ -181,7 +187,7 @@ TEST_F(PreviewServerTest, RefusesEveryOtherMethod)
     EXPECT_EQ(ask(port(), "GET", "/").status, 200);
 }
 
-TEST_F(PreviewServerTest, SurvivesNonsense)
+TEST_F(ImpatientPreviewServer, SurvivesNonsense)
 {
     const std::vector<std::string> requests = {
         std::string("\0\0\0\0\r\n\r\n", 8),
@@ -260,7 +266,7 @@ TEST_F(PreviewServerTest, ASlowViewerMissesPicturesThatOthersSee)
     EXPECT_LT(seen.size(), filler.size() * 15);
 }
 
-TEST_F(PreviewServerTest, AViewerThatNeverReadsIsGivenUpAndKeepsNobody)
+TEST_F(ImpatientPreviewServer, AViewerThatNeverReadsIsGivenUpAndKeepsNobody)
 {
     auto deaf = watch(4096);
     auto good = watch();
@@ -278,12 +284,14 @@ TEST_F(PreviewServerTest, AViewerThatNeverReadsIsGivenUpAndKeepsNobody)
     EXPECT_TRUE(isGivenUp);
 }
 
-TEST_F(PreviewServerTest, AViewerThatWaitsForPicturesIsNotGivenUp)
+TEST_F(ImpatientPreviewServer, AViewerThatWaitsForPicturesIsNotGivenUp)
 {
     auto viewer = watch();
     ASSERT_TRUE(waitForViewers(1));
     const auto since = std::chrono::steady_clock::now();
-    waitFor([&] { return feed_.viewers() == 0 || std::chrono::steady_clock::now() - since > kPatience * 3; });
+    waitFor([&] {
+        return feed_.viewers() == 0 || std::chrono::steady_clock::now() - since > kLittlePatience * 3;
+    });
     EXPECT_EQ(feed_.viewers(), 1U);
     feed_.publish(pictureOf("at last"));
     EXPECT_THAT(readThrough(viewer, "at last"), HasSubstr("at last"));
