@@ -93,8 +93,10 @@ function(pavo_double name)
   pavo_defaults(${name})
 endfunction()
 
-# Where a test failed is told by lines; its variables would cost each build a sixth of its time.
-set(PAVO_TEST_DEBUG_INFORMATION $<$<CONFIG:Debug>:-g1>)
+# What all test programs are compiled with: they share a precompiled header, so they must agree on it. Where a test
+# failed is told by lines; its variables would cost each build a sixth of its time. PipeWire's users are compiled
+# for threads, so all are.
+set(PAVO_TEST_OPTIONS -pthread $<$<CONFIG:Debug>:-g1>)
 
 # WRAPS names C functions that the test replaces (GNU ld --wrap): it defines __wrap_<name> and may call
 # __real_<name>. LIBS are linked in the order given: product modules first, then what implements them.
@@ -113,7 +115,7 @@ function(pavo_test name)
     target_link_options(${name} PRIVATE -Wl,--wrap=${symbol})
   endforeach()
   pavo_defaults(${name})
-  target_compile_options(${name} PRIVATE ${PAVO_TEST_DEBUG_INFORMATION})
+  target_compile_options(${name} PRIVATE ${PAVO_TEST_OPTIONS})
   if(NOT "${arg_SOURCES};" MATCHES "\\.(c|mm);")
     target_precompile_headers(${name} REUSE_FROM TestHeaders)
   endif()
