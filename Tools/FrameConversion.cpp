@@ -110,7 +110,8 @@ Image bgraOf(const CameraFrame& frame, std::uint32_t mostWidth, std::uint32_t mo
     const int width = signedOf(frame.width), height = signedOf(frame.height);
     const int smallWidth = signedOf(format.width), smallHeight = signedOf(format.height);
     Image picture(format);
-    const auto& [data, stride] = picture.view().planes[0];
+    const ImageView view = picture.view();
+    const auto& [data, stride] = view.planes[0];
     if (frame.format == CameraFormat::bgrx) {
         libyuv::ARGBScale(frame.bytes.data(), signedOf(frame.strideBytes), width, height, data,
                           signedOf(stride), smallWidth, smallHeight, libyuv::kFilterBox);
@@ -122,8 +123,9 @@ Image bgraOf(const CameraFrame& frame, std::uint32_t mostWidth, std::uint32_t mo
     }
     Image whole = i420Of(frame);
     Image small({Packing::i420, format.width, format.height});
-    const auto& [y, u, v] = whole.view().planes;
-    const auto& [smallY, smallU, smallV] = small.view().planes;
+    const ImageView wholeView = whole.view(), smallView = small.view();
+    const auto& [y, u, v] = wholeView.planes;
+    const auto& [smallY, smallU, smallV] = smallView.planes;
     libyuv::I420Scale(y.data, signedOf(y.strideBytes), u.data, signedOf(u.strideBytes), v.data,
                       signedOf(v.strideBytes), width, height, smallY.data, signedOf(smallY.strideBytes),
                       smallU.data, signedOf(smallU.strideBytes), smallV.data, signedOf(smallV.strideBytes),

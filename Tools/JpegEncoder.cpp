@@ -21,7 +21,8 @@ std::vector<std::uint8_t> JpegEncoder::encode(Image& picture)
     const VideoFormat& format = picture.format();
     require(format.packing == Packing::bgra, "only BGRA pictures become JPEG");
     const int width = static_cast<int>(format.width), height = static_cast<int>(format.height);
-    const auto& [data, stride] = picture.view().planes[0];
+    const ImageView view = picture.view();
+    const auto& [data, stride] = view.planes[0];
     // So large that the library has nothing to allocate.
     std::vector<std::uint8_t> jpeg(::tjBufSize(width, height, TJSAMP_420));
     unsigned char* into = jpeg.data();

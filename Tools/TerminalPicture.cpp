@@ -127,7 +127,8 @@ std::string TerminalPicture::draw(const CameraFrame& frame, const TerminalSize& 
     const int cellHeight = isSymbols ? kSymbolHeight : screen.cellHeight;
     Image picture = bgraOf(frame, static_cast<std::uint32_t>(columns * cellWidth),
                            static_cast<std::uint32_t>(height * cellHeight));
-    const auto& [data, stride] = picture.view().planes[0];
+    const ImageView view = picture.view();
+    const auto& [data, stride] = view.planes[0];
     ::chafa_canvas_draw_all_pixels(impl_->canvas, CHAFA_PIXEL_BGRA8_UNASSOCIATED, data,
                                    static_cast<int>(picture.format().width),
                                    static_cast<int>(picture.format().height), static_cast<int>(stride));

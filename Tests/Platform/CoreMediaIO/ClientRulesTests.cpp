@@ -10,6 +10,7 @@
 #include <spa/param/video/raw.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <set>
 
 namespace cmio::test {
@@ -59,6 +60,12 @@ protected:
 
     void send() { camera_->startSending(makeTwoColors()); }
 
+    bool hasConnected(pid_t process) const
+    {
+        const auto events = camera_->events();
+        return std::count(events.begin(), events.end(), "connect " + std::to_string(process)) > 0;
+    }
+
     // Red, in the format that the client got.
     static void expectRed(const PickyClient& client)
     {
@@ -79,7 +86,8 @@ protected:
     {
         send();
         const PickyClient refused(habits);
-        ASSERT_TRUE(waitForProcesses({::getpid()}, kPatience));
+        // Its link may be gone again by the time that one looks.
+        ASSERT_TRUE(waitFor([this] { return hasConnected(::getpid()); }, kPatience));
         {
             const PickyClient next(obsHabits());
             EXPECT_TRUE(next.waitForFrames(20)) << next.refusal();
