@@ -3,7 +3,9 @@
 #include "Platform/Support/Fatal.h"
 
 #include <algorithm>
+#include <map>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 namespace pavo::tools {
 namespace {
@@ -64,11 +66,16 @@ const Finding& Diagnosis::of(std::string_view id) const
 Diagnosis diagnose(const System& system)
 {
     Examination examination(system);
+    // Within a verdict in the causes' own order.
+    std::multimap<Verdict, Diagnosis::Entry> byVerdict;
+    for (const Cause& cause : allCauses()) {
+        Finding finding = cause.check(examination);
+        const Verdict verdict = finding.verdict;
+        byVerdict.emplace(verdict, Diagnosis::Entry{cause, std::move(finding)});
+    }
     Diagnosis diagnosis;
-    for (const Cause& cause : allCauses())
-        diagnosis.entries.push_back({cause, cause.check(examination)});
-    std::stable_sort(diagnosis.entries.begin(), diagnosis.entries.end(),
-                     [](const auto& a, const auto& b) { return a.finding.verdict < b.finding.verdict; });
+    for (auto& [verdict, entry] : byVerdict)
+        diagnosis.entries.push_back(std::move(entry));
     return diagnosis;
 }
 
