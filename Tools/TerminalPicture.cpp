@@ -82,8 +82,9 @@ TerminalPicture::TerminalPicture(Graphics graphics) : impl_(std::make_unique<Imp
     impl_->pixelMode = pixelModeOf(graphics, impl_->terminal);
     const ChafaCanvasMode colors = colorsOf(impl_->terminal);
     // Who asks for a kind of graphics knows more of the terminal than its name tells.
-    ::chafa_term_info_supplement(impl_->terminal,
-                                 ::chafa_term_db_get_fallback_info(::chafa_term_db_get_default()));
+    ChafaTermInfo* usual = ::chafa_term_db_get_fallback_info(::chafa_term_db_get_default());
+    ::chafa_term_info_supplement(impl_->terminal, usual);
+    ::chafa_term_info_unref(usual);
     impl_->config = ::chafa_canvas_config_new();
     ::chafa_canvas_config_set_pixel_mode(impl_->config, impl_->pixelMode);
     ::chafa_canvas_config_set_canvas_mode(impl_->config, colors);
