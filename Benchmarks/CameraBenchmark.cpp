@@ -21,7 +21,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -32,7 +31,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using pavo::test::ChildProcess;
+using pavo::test::Switches;
 using pavo::test::waitFor;
+using pavo::test::wakeUpsBetween;
 using pavo::tools::CameraClient;
 using pavo::tools::CameraFrame;
 
@@ -104,19 +105,6 @@ std::unique_ptr<Watcher> watchWhenThere()
         },
         kPatience);
     return watcher;
-}
-
-using Switches = std::map<pid_t, std::uint64_t>;
-
-// Of threads that are there at the end: one that has come meanwhile counts from its beginning.
-std::uint64_t wakeUpsBetween(const Switches& before, const Switches& after)
-{
-    std::uint64_t count = 0;
-    for (const auto& [thread, switches] : after) {
-        const auto known = before.find(thread);
-        count += switches - (known == before.end() ? 0 : known->second);
-    }
-    return count;
 }
 
 std::uint64_t wakeUpsWithin(pid_t process, std::chrono::seconds time)

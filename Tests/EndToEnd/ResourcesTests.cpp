@@ -17,8 +17,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using Mappings = std::map<std::string, std::uint64_t>;
-using Switches = std::map<pid_t, std::uint64_t>;
-
 // The sanitizer has a thread of its own in each process, which wakes ten times a second. 60 a second would be
 // the placeholder's timer.
 #ifdef __SANITIZE_THREAD__
@@ -26,17 +24,6 @@ constexpr std::uint64_t kForeignWakeUpsPerSecond = 12;
 #else
 constexpr std::uint64_t kForeignWakeUpsPerSecond = 0;
 #endif
-
-// Of threads that are there at the end: one that has come meanwhile counts from its beginning.
-std::uint64_t wakeUpsBetween(const Switches& before, const Switches& after)
-{
-    std::uint64_t count = 0;
-    for (const auto& [thread, switches] : after) {
-        const auto known = before.find(thread);
-        count += switches - (known == before.end() ? 0 : known->second);
-    }
-    return count;
-}
 
 // How many surfaces a producer has at most.
 constexpr std::size_t kProducersRing = 8;

@@ -106,13 +106,23 @@ std::uint64_t processorTicks(pid_t process)
     return user + system;
 }
 
-std::map<pid_t, std::uint64_t> voluntarySwitches(pid_t process)
+Switches voluntarySwitches(pid_t process)
 {
     std::map<pid_t, std::uint64_t> switches;
     std::error_code error;
     for (const auto& task : std::filesystem::directory_iterator(folderOf(process) + "/task", error))
         switches.emplace(std::stoi(task.path().filename().string()), switchesOf(task.path()));
     return switches;
+}
+
+std::uint64_t wakeUpsBetween(const Switches& before, const Switches& after)
+{
+    std::uint64_t count = 0;
+    for (const auto& [thread, switches] : after) {
+        const auto known = before.find(thread);
+        count += switches - (known == before.end() ? 0 : known->second);
+    }
+    return count;
 }
 
 std::vector<pid_t> descendantsOf(pid_t process)

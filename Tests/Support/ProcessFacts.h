@@ -27,7 +27,11 @@ std::uint64_t proportionalMemory(pid_t process);
 std::uint64_t processorTicks(pid_t process);
 
 // How often each of its threads has gone to sleep by itself, which is how often it was woken. By thread id.
-std::map<pid_t, std::uint64_t> voluntarySwitches(pid_t process);
+using Switches = std::map<pid_t, std::uint64_t>;
+Switches voluntarySwitches(pid_t process);
+
+// Of threads that are there at the end: one that has come meanwhile counts from its beginning.
+std::uint64_t wakeUpsBetween(const Switches& before, const Switches& after);
 
 // The processes that it started, those that these started, and so on: each after its parent.
 std::vector<pid_t> descendantsOf(pid_t process);
