@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstring>
 #include <mutex>
 #include <string>
 
@@ -105,22 +104,8 @@ std::vector<T> living(const WeakReferences& all)
 
 @end
 
-// Takes the messages that reach nobody: those of the only service that may be absent.
-@interface PavoNobody : NSObject
-@end
-
-@implementation PavoNobody
-
-- (void)launchStudioIfNeeded
-{}
-
-- (void)getCommunicationVersionWithReply:(void (^)(std::uint64_t version))reply
-{}
-
-@end
-
 // What a connection gives as the far end's object: passes on what is of the interface's protocol. Without a
-// far end a message that wants a reply fails at once.
+// far end a message is lost, and one that wants a reply fails at once.
 @interface PavoRemoteProxy : NSObject
 - (instancetype)initWithConnection:(NSXPCConnection*)connection
                       errorHandler:(void (^)(NSError*))errorHandler
@@ -152,18 +137,18 @@ std::vector<T> living(const WeakReferences& all)
     if (!protocol || !objc::extendedTypes(protocol, sel_getName(selector)))
         objc::die("A message that the interface does not have: ", sel_getName(selector));
     pavo::test::recordCall(std::string("send ") + sel_getName(selector));
-    if (const id peer = _connection.peer) return peer;
-    if (_connection.line) return nil;
-    const bool hasReply = std::strstr(objc::extendedTypes(protocol, sel_getName(selector)), "@?");
-    if (hasReply && _errorHandler)
-        _errorHandler([NSError errorWithDomain:@"NSCocoaErrorDomain" code:kInvalid userInfo:nil]);
-    return [[PavoNobody alloc] init];
+    return _connection.peer;
 }
 
 - (void)takeMessage:(const objc::Registers*)registers stack:(const void*)stack
 {
     const auto* const protocol = record(_connection.remoteObjectInterface.protocol);
     const std::string types = objc::extendedTypes(protocol, static_cast<const char*>(registers->general[1]));
+    if (!_connection.line) {
+        if (types.find("@?") != std::string::npos && _errorHandler)
+            _errorHandler([NSError errorWithDomain:@"NSCocoaErrorDomain" code:kInvalid userInfo:nil]);
+        return;
+    }
     objc::Invocation message(types.c_str(), *registers, stack);
     PavoAnswer* answer = nil;
     std::string blockTypes;

@@ -319,6 +319,12 @@ std::string PickyClient::refusal() const
     return impl_->refusal;
 }
 
+bool PickyClient::isConnected() const
+{
+    const std::lock_guard guard(impl_->mutex);
+    return impl_->state != PW_STREAM_STATE_UNCONNECTED && impl_->state != PW_STREAM_STATE_ERROR;
+}
+
 bool PickyClient::isStreaming() const
 {
     const std::lock_guard guard(impl_->mutex);

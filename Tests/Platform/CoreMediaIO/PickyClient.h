@@ -70,6 +70,8 @@ public:
     std::optional<PickedFrame> lastFrame() const;
     // Why the server refused it; empty while it has not.
     std::string refusal() const;
+    // Until the server or its session manager ends it.
+    bool isConnected() const;
     bool isStreaming() const;
     // Frames that come from now on.
     bool waitForFrames(std::size_t count, std::chrono::seconds deadline = std::chrono::seconds(30)) const;
