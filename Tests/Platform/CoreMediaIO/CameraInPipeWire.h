@@ -65,6 +65,13 @@ protected:
         ASSERT_TRUE(pavo::test::waitFor(
             [&remote] { return pavo::test::PipeWireSession::node(kNode, remote).has_value(); }));
     }
+    // One that is published in a session.
+    void startCamera()
+    {
+        startSession();
+        publish();
+    }
+    void send() { camera_->startSending(makeTwoColors()); }
     bool waitForProcesses(Processes expected, std::chrono::seconds deadline = std::chrono::seconds(10)) const
     {
         const auto isThere = [&] {

@@ -24,9 +24,8 @@ protected:
     {
         CameraInPipeWire::SetUp();
         if (IsSkipped()) return;
-        startSession();
-        publish();
-        camera_->startSending(makeTwoColors());
+        startCamera();
+        send();
     }
 
     static std::string namesOf(const std::vector<ClientHabits>& kinds)

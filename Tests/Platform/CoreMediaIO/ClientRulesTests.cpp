@@ -28,8 +28,7 @@ protected:
     {
         CameraInPipeWire::SetUp();
         if (IsSkipped()) return;
-        startSession();
-        publish();
+        startCamera();
     }
 
     // The node as another program is told of it.
@@ -57,8 +56,6 @@ protected:
             kPatience));
         return entries;
     }
-
-    void send() { camera_->startSending(makeTwoColors()); }
 
     bool has(const std::string& event) const
     {

@@ -64,8 +64,7 @@ std::string line(const char* event, std::int32_t process)
 
 TEST_F(CameraInPipeWire, IsVisibleBeforeAnybodyWatches)
 {
-    startSession();
-    publish();
+    startCamera();
     const auto node = PipeWireSession::node(kNode);
     ASSERT_TRUE(node);
     auto properties = node->properties;
@@ -84,17 +83,15 @@ TEST_F(CameraInPipeWire, IsVisibleBeforeAnybodyWatches)
 
 TEST_F(CameraInPipeWire, IsGoneWhenTheProviderIs)
 {
-    startSession();
-    publish();
+    startCamera();
     camera_.reset();
     EXPECT_TRUE(waitFor([] { return !PipeWireSession::node(kNode); }));
 }
 
 TEST_F(CameraInPipeWire, GivesEachOfferedFormatInRightColours)
 {
-    startSession();
-    publish();
-    camera_->startSending(makeTwoColors());
+    startCamera();
+    send();
     for (const std::string format : {"YUY2", "UYVY", "NV12"}) {
         const ClientProcess client({"--format", format});
         ASSERT_TRUE(client.waitForFrames(5)) << format;
@@ -109,9 +106,8 @@ TEST_F(CameraInPipeWire, GivesEachOfferedFormatInRightColours)
 
 TEST_F(CameraInPipeWire, OffersYuy2First)
 {
-    startSession();
-    publish();
-    camera_->startSending(makeTwoColors());
+    startCamera();
+    send();
     const ClientProcess client;
     ASSERT_TRUE(client.waitForFrames(1));
     EXPECT_EQ(client.frames().front().format, "YUY2");
@@ -119,8 +115,7 @@ TEST_F(CameraInPipeWire, OffersYuy2First)
 
 TEST_F(CameraInPipeWire, ConvertsWhatIsSentInOtherFormatsAndSizes)
 {
-    startSession();
-    publish();
+    startCamera();
     const ClientProcess client;
     camera_->startSending(makePicture(kUyvy, 640, 360, kBlue));
     EXPECT_TRUE(waitFor([&client] {
@@ -139,8 +134,7 @@ TEST_F(CameraInPipeWire, ConvertsWhatIsSentInOtherFormatsAndSizes)
 
 TEST_F(CameraInPipeWire, TellsTimeAndSequenceOfEachFrame)
 {
-    startSession();
-    publish();
+    startCamera();
     const ClientProcess client;
     ASSERT_TRUE(waitForProcesses({client.pid()}));
     const auto picture = makeTwoColors();
@@ -160,9 +154,8 @@ TEST_F(CameraInPipeWire, TellsTimeAndSequenceOfEachFrame)
 
 TEST_F(CameraInPipeWire, StartsForAClientAndStopsWhenItEnds)
 {
-    startSession();
-    publish();
-    camera_->startSending(makeTwoColors());
+    startCamera();
+    send();
     ClientProcess client;
     const auto pid = client.pid();
     ASSERT_TRUE(client.waitForFrames(3));
@@ -177,8 +170,7 @@ TEST_F(CameraInPipeWire, StartsForAClientAndStopsWhenItEnds)
 
 TEST_F(CameraInPipeWire, SeesThatAClientWasKilled)
 {
-    startSession();
-    publish();
+    startCamera();
     ClientProcess client;
     ASSERT_TRUE(waitForProcesses({client.pid()}));
     client.end(SIGKILL);
@@ -187,9 +179,8 @@ TEST_F(CameraInPipeWire, SeesThatAClientWasKilled)
 
 TEST_F(CameraInPipeWire, CountsTwoStreamsOfAProcessAsOneClient)
 {
-    startSession();
-    publish();
-    camera_->startSending(makeTwoColors());
+    startCamera();
+    send();
     ClientProcess client({"--clients", "2"});
     const auto pid = client.pid();
     // More frames than were sent: both streams get them.
@@ -207,9 +198,8 @@ TEST_F(CameraInPipeWire, CountsTwoStreamsOfAProcessAsOneClient)
 
 TEST_F(CameraInPipeWire, StartsOnceForSeveralProcesses)
 {
-    startSession();
-    publish();
-    camera_->startSending(makeTwoColors());
+    startCamera();
+    send();
     ClientProcess first;
     ASSERT_TRUE(first.waitForFrames(1));
     const auto firstPid = first.pid();
@@ -229,9 +219,8 @@ TEST_F(CameraInPipeWire, StartsOnceForSeveralProcesses)
 
 TEST_F(CameraInPipeWire, GivesARefusedClientNoFrames)
 {
-    startSession();
-    publish();
-    camera_->startSending(makeTwoColors());
+    startCamera();
+    send();
     ClientProcess welcome;
     ASSERT_TRUE(welcome.waitForFrames(1));
     camera_->refuseEverybody();
@@ -267,11 +256,10 @@ std::uint64_t wakeUps(const std::vector<std::string>& threadNames)
 
 TEST_F(CameraInPipeWire, SleepsWhileNobodyWatches)
 {
-    startSession();
-    publish();
+    startCamera();
     {
         ClientProcess client;
-        camera_->startSending(makeTwoColors());
+        send();
         ASSERT_TRUE(client.waitForFrames(3));
     }
     ASSERT_TRUE(waitForProcesses({}));
@@ -290,8 +278,7 @@ TEST_F(CameraInPipeWire, SleepsWhileNobodyWatches)
 
 TEST_F(CameraInPipeWire, KeepsASampleOnlyUntilItIsDrawn)
 {
-    startSession();
-    publish();
+    startCamera();
     const ClientProcess client;
     ASSERT_TRUE(waitForProcesses({client.pid()}));
     const auto picture = makeTwoColors();
@@ -308,8 +295,7 @@ TEST_F(CameraInPipeWire, KeepsASampleOnlyUntilItIsDrawn)
 
 TEST_F(CameraInPipeWire, DrawsAnUnchangedSurfaceOfThisProcessOnlyOnce)
 {
-    startSession();
-    publish();
+    startCamera();
     const ClientProcess client;
     const auto picture = makeTwoColors(kUyvy, true);
     camera_->startSending(picture);
@@ -332,9 +318,8 @@ TEST_F(CameraInPipeWire, DrawsAnUnchangedSurfaceOfThisProcessOnlyOnce)
 
 TEST_F(CameraInPipeWire, LetsASlowClientHarmNobody)
 {
-    startSession();
-    publish();
-    camera_->startSending(makeTwoColors());
+    startCamera();
+    send();
     const pavo::test::TemporaryFolder folder;
     const std::string gatePath = folder.path() + "/gate";
     ASSERT_EQ(::mkfifo(gatePath.c_str(), 0600), 0);
@@ -360,9 +345,8 @@ TEST_F(CameraInPipeWire, LetsASlowClientHarmNobody)
 TEST_F(CameraInPipeWire, GoesOnAfterAClientThatWantsAnotherFormat)
 {
     if (!pavo::test::isOnPath("gst-launch-1.0")) GTEST_SKIP() << "gst-launch-1.0 is not installed";
-    startSession();
-    publish();
-    camera_->startSending(makeTwoColors());
+    startCamera();
+    send();
     const ClientProcess client;
     ASSERT_TRUE(client.waitForFrames(1));
     ChildProcess other({"gst-launch-1.0", "pipewiresrc", "target-object=pavo-camera", "num-buffers=1", "!",
@@ -402,9 +386,8 @@ void expectRedUyvy(const std::string& bytes, std::size_t count)
 TEST_F(CameraInPipeWire, ServesGStreamer)
 {
     if (!pavo::test::isOnPath("gst-launch-1.0")) GTEST_SKIP() << "gst-launch-1.0 is not installed";
-    startSession();
-    publish();
-    camera_->startSending(makeTwoColors());
+    startCamera();
+    send();
     const auto bytes = receiveWithGStreamer(session_->folder(), 20, [this](pid_t pid) {
         EXPECT_TRUE(waitForProcesses({pid}, kGStreamerDeadline));
     });
@@ -414,9 +397,8 @@ TEST_F(CameraInPipeWire, ServesGStreamer)
 
 TEST_F(CameraInPipeWire, ComesBackWithADaemonThatWasKilled)
 {
-    startSession();
-    publish();
-    camera_->startSending(makeTwoColors());
+    startCamera();
+    send();
     {
         ClientProcess client;
         ASSERT_TRUE(client.waitForFrames(3));
@@ -448,7 +430,7 @@ TEST_F(CameraInPipeWire, IsItsOwnServerWhereThereIsNoDaemon)
 {
     startSession(PipeWireSession::Daemon::absent);
     publish("pavo-0");
-    camera_->startSending(makeTwoColors());
+    send();
     ClientProcess first({"--remote", "pavo-0"});
     ASSERT_TRUE(first.waitForFrames(5));
     EXPECT_TRUE(showsYuv(first.frames().back().lowerRight, kGreen));
@@ -466,7 +448,7 @@ TEST_F(CameraInPipeWire, ServesGStreamerWithoutADaemon)
     startSession(PipeWireSession::Daemon::absent);
     ::setenv("PIPEWIRE_REMOTE", "pavo-0", 1);
     publish();
-    camera_->startSending(makeTwoColors());
+    send();
     const auto bytes = receiveWithGStreamer(session_->folder(), 20, [this](pid_t pid) {
         EXPECT_TRUE(waitForProcesses({pid}, kGStreamerDeadline));
     });
@@ -477,7 +459,7 @@ TEST_F(CameraInPipeWire, RefusesAClientOfItsOwnServerToo)
 {
     startSession(PipeWireSession::Daemon::absent);
     publish("pavo-0");
-    camera_->startSending(makeTwoColors());
+    send();
     camera_->refuseEverybody();
     const ClientProcess refused({"--remote", "pavo-0"});
     const auto disconnected = line("disconnect", refused.pid());

@@ -26,7 +26,7 @@ protected:
         startSession(PipeWireSession::Daemon::absent);
         ::setenv("PAVO_PIPEWIRE", server, 1);
         publish("pavo-0");
-        camera_->startSending(makeTwoColors());
+        send();
     }
     static bool isInDaemon() { return PipeWireSession::node(kNode).has_value(); }
     static bool isInItsOwnServer() { return PipeWireSession::node(kNode, "pavo-0").has_value(); }

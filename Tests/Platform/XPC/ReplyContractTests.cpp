@@ -9,7 +9,26 @@ namespace pavo::test {
 namespace {
 
 using Reply = xpc::Reply<std::uint64_t>;
-using XPCReplyContract = ThermometerTest;
+
+// A call whose answer the test gives, or not.
+struct WaitingCall {
+    std::future<Reading> reading;
+    Reply reply;
+};
+
+class XPCReplyContract : public ThermometerTest {
+protected:
+    // Resumes both ends, calls on another thread, and returns once the thermometer has the call.
+    WaitingCall beginCall(const std::shared_ptr<xpc::Connection>& connection)
+    {
+        const auto kept = std::make_shared<std::promise<Reply>>();
+        thermometers->thermometer->onTemperature([kept](Reply reply) { kept->set_value(std::move(reply)); });
+        listener->resume();
+        connection->resume();
+        auto reading = readLater(connection);
+        return {std::move(reading), kept->get_future().get()};
+    }
+};
 
 TEST_F(XPCReplyContract, SynchronousCallReturnsWithItsReply)
 {
@@ -111,56 +130,35 @@ TEST_F(XPCReplyContract, ReplyWithoutValuesArrives)
 
 TEST_F(XPCReplyContract, AnswerMayComeLaterFromAnotherThread)
 {
-    std::promise<Reply> kept;
-    thermometers->thermometer->onTemperature([&kept](Reply reply) { kept.set_value(std::move(reply)); });
-    listener->resume();
-    const auto connection = dial();
-    connection->resume();
-    auto reading = readLater(connection);
-    std::thread([reply = kept.get_future().get()] { reply(37); }).join();
-    EXPECT_EQ(reading.get().degrees, 37U);
+    auto call = beginCall(dial());
+    std::thread([&reply = call.reply] { reply(37); }).join();
+    EXPECT_EQ(call.reading.get().degrees, 37U);
 }
 
 TEST_F(XPCReplyContract, PeerThatEndsTheConnectionEndsTheCallsThatWait)
 {
-    std::promise<Reply> kept;
-    thermometers->thermometer->onTemperature([&kept](Reply reply) { kept.set_value(std::move(reply)); });
-    listener->resume();
-    const auto connection = dial();
-    connection->resume();
-    auto reading = readLater(connection);
-    const auto reply = kept.get_future().get();
+    auto call = beginCall(dial());
     thermometers->accepted(0)->invalidate();
-    EXPECT_EQ(reading.get().error, connectionError(4097));
-    reply(1);  // to nobody
+    EXPECT_EQ(call.reading.get().error, connectionError(4097));
+    call.reply(1);  // to nobody
 }
 
 TEST_F(XPCReplyContract, ConnectionToAnEndpointThatIsLostFailsItsCallsAsInvalid)
 {
-    std::promise<Reply> kept;
-    thermometers->thermometer->onTemperature([&kept](Reply reply) { kept.set_value(std::move(reply)); });
-    listener->resume();
     const auto connection = xpc::Connection::withListenerEndpoint(listener->endpoint());
     connection->setRemoteObjectInterface(xpc::describe<Thermometer>());
     endLater(connection);
-    connection->resume();
-    auto reading = readLater(connection);
-    const auto reply = kept.get_future().get();
+    auto call = beginCall(connection);
     thermometers->accepted(0)->invalidate();
-    EXPECT_EQ(reading.get().error, connectionError(4099));
+    EXPECT_EQ(call.reading.get().error, connectionError(4099));
 }
 
 TEST_F(XPCReplyContract, OwnInvalidationEndsTheCallsThatWait)
 {
-    std::promise<Reply> kept;
-    thermometers->thermometer->onTemperature([&kept](Reply reply) { kept.set_value(std::move(reply)); });
-    listener->resume();
     const auto connection = dial();
-    connection->resume();
-    auto reading = readLater(connection);
-    const auto reply = kept.get_future().get();
+    auto call = beginCall(connection);
     connection->invalidate();
-    EXPECT_EQ(reading.get().error, connectionError(4099));
+    EXPECT_EQ(call.reading.get().error, connectionError(4099));
     EXPECT_EQ(read(*connection).error, connectionError(4099));
 }
 
