@@ -23,6 +23,7 @@ struct ClientReport {
     std::string program;            // empty where nobody tells
     std::string portalApplication;  // empty for a client that did not come through a portal
     std::chrono::steady_clock::time_point since;
+    bool isProcessKnown = false;  // to the kernel, so that /proc tells of it
 };
 
 struct CameraReport {

@@ -3,6 +3,7 @@
 #include "Platform/CoreMediaIO/linux/CMIOExtensionImpl.h"
 #include "Platform/CoreMediaIO/linux/Log.h"
 #include "Platform/Support/Synchronized.h"
+#include "Platform/Support/linux/ProgramName.h"
 
 #include <algorithm>
 #include <utility>
@@ -74,6 +75,18 @@ void CameraService::stop()
 }
 
 ServiceReport CameraService::report()
+{
+    ServiceReport report = reportOfPipeWire();
+    for (CameraReport& camera : report.cameras)
+        for (ClientReport& client : camera.clients) {
+            if (!client.isProcessKnown) continue;
+            if (auto name = pavo::programName(client.process); !name.empty())
+                client.program = std::move(name);
+        }
+    return report;
+}
+
+ServiceReport CameraService::reportOfPipeWire()
 {
     ServiceReport report;
     const std::lock_guard guard(mutex_);

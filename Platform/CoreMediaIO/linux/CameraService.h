@@ -47,6 +47,8 @@ private:
         std::set<std::int32_t> processes;  // as the client queue was told
     };
 
+    // What is known without /proc, which the loop must not wait for.
+    ServiceReport reportOfPipeWire();
     void publish(const std::vector<std::shared_ptr<ExtensionDevice>>& devices);
     void publish(ExtensionDevice& device, const std::shared_ptr<ExtensionStream>& stream);
     std::optional<CameraDescription> describe(ExtensionDevice& device, ExtensionStream& stream) const;

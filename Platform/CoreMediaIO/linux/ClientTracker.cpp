@@ -1,7 +1,6 @@
 #include "Platform/CoreMediaIO/linux/ClientTracker.h"
 
 #include "Platform/CoreMediaIO/linux/PipeWireHeaders.h"
-#include "Platform/Support/linux/ProgramName.h"
 
 #include <charconv>
 #include <optional>
@@ -81,7 +80,7 @@ struct ClientTracker::BoundClient {
     spa_hook hook{};
     std::int32_t kernelProcess;
     std::int32_t process = 0;     // 0 until the client's info has come
-    bool isProcessKnown = false;  // to the kernel, so that /proc tells of it
+    bool isProcessKnown = false;  // to the kernel
     std::string program;          // by its own word
     std::string portalApplication;
 };
@@ -183,9 +182,8 @@ std::vector<ClientReport> ClientTracker::clientsOf(std::uint32_t nodeId) const
         if (!client || client->process <= 0) continue;
         const auto [report, isNew] = reports.try_emplace(client->process);
         if (!isNew && report->second.since <= link.since) continue;
-        std::string program = client->isProcessKnown ? pavo::programName(client->process) : "";
-        if (program.empty()) program = client->program;
-        report->second = {client->process, std::move(program), client->portalApplication, link.since};
+        report->second = {client->process, client->program, client->portalApplication, link.since,
+                          client->isProcessKnown};
     }
     std::vector<ClientReport> list;
     for (auto& [process, report] : reports)

@@ -32,7 +32,7 @@ public:
 
     // Processes that are linked to the output of that node.
     std::set<std::int32_t> processesOf(std::uint32_t nodeId) const;
-    // The same processes, with what is known of each.
+    // The same processes, with what the server knows of each: programs are called what they say.
     std::vector<ClientReport> clientsOf(std::uint32_t nodeId) const;
     // Cuts the links that the process has to that node.
     void unlink(std::uint32_t nodeId, std::int32_t process);
