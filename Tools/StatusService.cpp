@@ -49,15 +49,7 @@ std::string tamed(std::string name)
 
 std::string_view nameOf(cmio::VideoFormat format)
 {
-    switch (format) {
-    case cmio::VideoFormat::yuy2:
-        return "YUY2";
-    case cmio::VideoFormat::uyvy:
-        return "UYVY";
-    case cmio::VideoFormat::nv12:
-        break;
-    }
-    return "NV12";
+    return format == cmio::VideoFormat::nv12 ? "NV12" : "YUY2";
 }
 
 CameraStatus::PipeWire pipeWireOf(cmio::PipeWireState state)

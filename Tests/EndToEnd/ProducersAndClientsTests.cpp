@@ -52,7 +52,7 @@ PavoProcess attentiveProducer()
 // The other kinds of clients: one that takes the camera's second format, and an application of others.
 ChildProcess testClient()
 {
-    return ChildProcess({PAVO_TEST_CLIENT, "--format", "UYVY"});
+    return ChildProcess({PAVO_TEST_CLIENT, "--format", "NV12"});
 }
 
 ChildProcess gStreamer()

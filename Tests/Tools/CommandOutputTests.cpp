@@ -166,10 +166,10 @@ TEST_F(CommandOutput, ViewWritesWhatItIsAskedFor)
     EXPECT_EQ(video.substr(0, header.size()), header);
     EXPECT_EQ(video.size(), header.size() + 2 * (6 + 1920 * 1080 * 3 / 2));
 
-    const auto raw = view({"--raw", "-", "--frames", "1", "--format", "UYVY"});
+    const auto raw = view({"--raw", "-", "--frames", "1", "--format", "NV12"});
     EXPECT_EQ(raw.exitCode, 0) << raw.err;
-    EXPECT_EQ(raw.out.size(), 1920U * 1080 * 2);
-    EXPECT_THAT(raw.err, HasSubstr("Watching pavo-camera: 1920x1080 UYVY."));
+    EXPECT_EQ(raw.out.size(), 1920U * 1080 * 3 / 2);
+    EXPECT_THAT(raw.err, HasSubstr("Watching pavo-camera: 1920x1080 NV12."));
     EXPECT_THAT(raw.err, HasSubstr("1 frame, 0.00 per second"));
 }
 

@@ -188,8 +188,7 @@ Finding checkLinks(Examination& examination)
         return Finding::problem("The client " + found->property("node.name") + " (object " +
                                     std::to_string(node) + ") asks for the camera but is not linked with it.",
                                 "systemctl --user restart wireplumber, then start the client again; if that "
-                                "does not help, the client may take none of the camera's "
-                                "formats");
+                                "does not help, the client may take neither YUY2 nor NV12");
     }
     return Finding::fine("Every client is linked.");
 }
@@ -224,8 +223,7 @@ constexpr std::array<Cause, 8> kCauses = {{
      checkSessionManager},
     {"client-not-linked", "One program gets no picture",
      "A client asks for the camera and is not linked with it",
-     "Start WirePlumber and the client again; the client has to take one of the camera's formats",
-     checkLinks},
+     "Start WirePlumber and the client again; the client has to take YUY2 or NV12", checkLinks},
     {"pipewire-outdated", "Programs fail since an update",
      "The PipeWire daemon is another version than its library on this computer",
      "`systemctl --user restart pipewire wireplumber`", checkVersions},

@@ -21,8 +21,6 @@ spa_video_format spaFormat(VideoFormat format)
     switch (format) {
     case VideoFormat::yuy2:
         return SPA_VIDEO_FORMAT_YUY2;
-    case VideoFormat::uyvy:
-        return SPA_VIDEO_FORMAT_UYVY;
     case VideoFormat::nv12:
         return SPA_VIDEO_FORMAT_NV12;
     }

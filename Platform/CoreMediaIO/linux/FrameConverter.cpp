@@ -65,15 +65,15 @@ bool FrameConverter::convertDirectly(const PictureReader& source, const VideoLay
     const int height = target.height;
     const bool isUyvy = source.format() == kCVPixelFormatType_422YpCbCr8;
     if (isUyvy || source.format() == kCVPixelFormatType_422YpCbCr8_yuvs) {
-        if (target.format == (isUyvy ? VideoFormat::uyvy : VideoFormat::yuy2)) {
-            libyuv::CopyPlane(bytes, stride, pixels, target.stride(), target.stride(), height);
-        } else if (target.format == (isUyvy ? VideoFormat::yuy2 : VideoFormat::uyvy)) {
-            libyuv::ARGBShuffle(bytes, stride, pixels, target.stride(), kSwapBytes, target.chromaWidth(),
-                                height);
-        } else {
+        if (target.format == VideoFormat::nv12) {
             const auto convertToNv12 = isUyvy ? libyuv::UYVYToNV12 : libyuv::YUY2ToNV12;
             convertToNv12(bytes, stride, pixels, target.stride(), chromaOfNv12(target, pixels),
                           target.chromaWidth() * 2, width, height);
+        } else if (isUyvy) {
+            libyuv::ARGBShuffle(bytes, stride, pixels, target.stride(), kSwapBytes, target.chromaWidth(),
+                                height);
+        } else {
+            libyuv::CopyPlane(bytes, stride, pixels, target.stride(), target.stride(), height);
         }
         return true;
     }
@@ -186,11 +186,6 @@ void FrameConverter::store(const PlanarView& picture, const VideoLayout& target,
     switch (target.format) {
     case VideoFormat::yuy2: {
         const auto pack = halfHeightChroma ? libyuv::I420ToYUY2 : libyuv::I422ToYUY2;
-        pack(y, strideY, u, strideU, v, strideV, pixels, target.stride(), width, height);
-        break;
-    }
-    case VideoFormat::uyvy: {
-        const auto pack = halfHeightChroma ? libyuv::I420ToUYVY : libyuv::I422ToUYVY;
         pack(y, strideY, u, strideU, v, strideV, pixels, target.stride(), width, height);
         break;
     }

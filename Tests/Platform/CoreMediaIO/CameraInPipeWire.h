@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Tests/Platform/CoreMediaIO/PickyClient.h"
 #include "Tests/Platform/CoreMediaIO/Pictures.h"
 #include "Tests/Platform/CoreMediaIO/TestCamera.h"
 #include "Tests/Support/Descriptors.h"
@@ -81,6 +82,16 @@ protected:
             return actual == expected;
         };
         return pavo::test::waitFor(isThere, deadline);
+    }
+    // Of makeTwoColors, in whichever format the client got it.
+    static void expectRed(const PickyClient& client)
+    {
+        const auto frame = client.lastFrame();
+        ASSERT_TRUE(frame && frame->firstColor);
+        const auto red = toVideoRange(kRed);
+        EXPECT_NEAR(frame->firstColor->y, red.y, 2);
+        EXPECT_NEAR(frame->firstColor->cb, red.cb, 2);
+        EXPECT_NEAR(frame->firstColor->cr, red.cr, 2);
     }
     bool waitForEvents(std::size_t count) const
     {

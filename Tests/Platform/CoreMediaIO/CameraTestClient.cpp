@@ -38,7 +38,6 @@ std::string colorAt(const CameraFrame& frame, std::size_t x, std::size_t y)
     case CameraFormat::yuy2:
         return text(pair[0], pair[1], pair[3]);
     case CameraFormat::uyvy:
-        return text(pair[1], pair[0], pair[2]);
     case CameraFormat::bgrx:
         return "-";
     case CameraFormat::nv12:

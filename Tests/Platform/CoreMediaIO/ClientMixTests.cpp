@@ -83,15 +83,33 @@ TEST_F(ClientMix, ServesGStreamerBesideEveryOtherKindWhicheverCameFirst)
     }
 }
 
-// A port has one format for all its clients, which the first one agrees on; the others are told. So a client
-// that insists on UYVY decides for those after it. No kind of client that exists does so by itself, and those
-// that can take it do.
+// A port has one format for all its clients, which the first one agrees on; the others are told.
+TEST_F(ClientMix, ServesEveryKindOfClientAfterOneThatInsistsOnAFormat)
+{
+    for (const auto format : {SPA_VIDEO_FORMAT_YUY2, SPA_VIDEO_FORMAT_NV12}) {
+        ASSERT_TRUE(waitForProcesses({}, kPatience));
+        const PickyClient insisting(insistingOn(format));
+        ASSERT_TRUE(insisting.waitForFrames(3)) << insisting.refusal();
+        std::deque<PickyClient> clients;
+        for (const ClientHabits& kind : {browserHabits(), obsHabits(), gstreamerHabits(), v4l2Habits()}) {
+            clients.emplace_back(kind);
+            ASSERT_TRUE(clients.back().waitForFrames(3)) << kind.name << clients.back().refusal();
+            EXPECT_EQ(clients.back().lastFrame()->format, static_cast<std::uint32_t>(format)) << kind.name;
+            expectRed(clients.back());
+        }
+        EXPECT_TRUE(insisting.waitForFrames(3));
+        EXPECT_EQ(insisting.lastFrame()->format, static_cast<std::uint32_t>(format));
+        expectRed(insisting);
+    }
+}
+
+// What it decides ends with it, and does not concern those that were there before it.
 TEST_F(ClientMix, LetsAClientThatInsistsDecideOnlyForThoseAfterIt)
 {
     {
         const PickyClient obs(obsHabits());
         ASSERT_TRUE(obs.waitForFrames(3));
-        const PickyClient insisting(insistingOn(SPA_VIDEO_FORMAT_UYVY));
+        const PickyClient insisting(insistingOn(SPA_VIDEO_FORMAT_NV12));
         ASSERT_TRUE(insisting.waitForFrames(3)) << insisting.refusal();
         EXPECT_EQ(insisting.lastFrame()->format, static_cast<std::uint32_t>(SPA_VIDEO_FORMAT_YUY2));
         EXPECT_TRUE(obs.waitForFrames(10));
@@ -99,15 +117,9 @@ TEST_F(ClientMix, LetsAClientThatInsistsDecideOnlyForThoseAfterIt)
     }
     ASSERT_TRUE(waitForProcesses({}, kPatience));
     {
-        const PickyClient insisting(insistingOn(SPA_VIDEO_FORMAT_UYVY));
+        const PickyClient insisting(insistingOn(SPA_VIDEO_FORMAT_NV12));
         ASSERT_TRUE(insisting.waitForFrames(3)) << insisting.refusal();
-        EXPECT_EQ(insisting.lastFrame()->format, static_cast<std::uint32_t>(SPA_VIDEO_FORMAT_UYVY));
-        for (const ClientHabits& kind : {browserHabits(), gstreamerHabits()}) {
-            const PickyClient client(kind);
-            ASSERT_TRUE(client.waitForFrames(3)) << kind.name << client.refusal();
-            EXPECT_EQ(client.lastFrame()->format, static_cast<std::uint32_t>(SPA_VIDEO_FORMAT_UYVY));
-        }
-        EXPECT_TRUE(insisting.waitForFrames(3));
+        EXPECT_EQ(insisting.lastFrame()->format, static_cast<std::uint32_t>(SPA_VIDEO_FORMAT_NV12));
     }
     ASSERT_TRUE(waitForProcesses({}, kPatience));
     const PickyClient obs(obsHabits());

@@ -34,8 +34,7 @@ std::string nameOf(OSType format)
 
 std::string nameOf(VideoFormat format)
 {
-    constexpr const char* kNames[] = {"Yuy2", "Uyvy", "Nv12"};
-    return kNames[static_cast<int>(format)];
+    return format == VideoFormat::nv12 ? "Nv12" : "Yuy2";
 }
 
 // The pixel of a drawn picture, as its client reads it.
@@ -43,18 +42,10 @@ test::YCbCr yuvAt(const VideoLayout& layout, const std::vector<std::uint8_t>& pi
 {
     const std::uint8_t* row = pixels.data() + static_cast<std::ptrdiff_t>(y) * layout.stride();
     const int pair = x / 2 * 4;
-    switch (layout.format) {
-    case VideoFormat::yuy2:
-        return {row[x * 2], row[pair + 1], row[pair + 3]};
-    case VideoFormat::uyvy:
-        return {row[x * 2 + 1], row[pair], row[pair + 2]};
-    default: {
-        const std::uint8_t* chroma = pixels.data() + layout.lumaSize() +
-                                     static_cast<std::ptrdiff_t>(y / 2) * layout.chromaWidth() * 2 +
-                                     x / 2 * 2;
-        return {row[x], chroma[0], chroma[1]};
-    }
-    }
+    if (layout.format == VideoFormat::yuy2) return {row[x * 2], row[pair + 1], row[pair + 3]};
+    const std::uint8_t* chroma = pixels.data() + layout.lumaSize() +
+                                 static_cast<std::ptrdiff_t>(y / 2) * layout.chromaWidth() * 2 + x / 2 * 2;
+    return {row[x], chroma[0], chroma[1]};
 }
 
 testing::AssertionResult shows(const VideoLayout& layout, const std::vector<std::uint8_t>& pixels, int x,
@@ -215,27 +206,29 @@ INSTANTIATE_TEST_SUITE_P(FrameConverter, EverySourceAndTarget,
 TEST(FrameConverter, KeepsEveryValueBetweenFormatsOfOneSampling)
 {
     FrameConverter converter;
-    const auto picture = makePicture(kCVPixelFormatType_422YpCbCr8, 256, 2, kBlack);
-    CVPixelBufferLockBaseAddress(picture.get(), 0);
-    auto* bytes = static_cast<std::uint8_t*>(CVPixelBufferGetBaseAddress(picture.get()));
-    for (int index = 0; index < 512; ++index)
-        bytes[index] = static_cast<std::uint8_t>(index * 7);
-    CVPixelBufferUnlockBaseAddress(picture.get(), 0);
-
-    const auto yuy2 = draw(converter, picture, {VideoFormat::yuy2, 256, 2});
-    const auto uyvy = draw(converter, picture, {VideoFormat::uyvy, 256, 2});
+    const auto drawBytes = [&converter](OSType format) {
+        const auto picture = makePicture(format, 256, 2, kBlack);
+        CVPixelBufferLockBaseAddress(picture.get(), 0);
+        auto* bytes = static_cast<std::uint8_t*>(CVPixelBufferGetBaseAddress(picture.get()));
+        for (int index = 0; index < 512; ++index)
+            bytes[index] = static_cast<std::uint8_t>(index * 7);
+        CVPixelBufferUnlockBaseAddress(picture.get(), 0);
+        return draw(converter, picture, {VideoFormat::yuy2, 256, 2});
+    };
+    const auto same = drawBytes(kCVPixelFormatType_422YpCbCr8_yuvs);
+    const auto swapped = drawBytes(kCVPixelFormatType_422YpCbCr8);
     for (std::size_t index = 0; index < 512; index += 2) {
-        EXPECT_EQ(yuy2[index], static_cast<std::uint8_t>((index + 1) * 7));
-        EXPECT_EQ(yuy2[index + 1], static_cast<std::uint8_t>(index * 7));
-        EXPECT_EQ(uyvy[index], static_cast<std::uint8_t>(index * 7));
-        EXPECT_EQ(uyvy[index + 1], static_cast<std::uint8_t>((index + 1) * 7));
+        EXPECT_EQ(same[index], static_cast<std::uint8_t>(index * 7));
+        EXPECT_EQ(same[index + 1], static_cast<std::uint8_t>((index + 1) * 7));
+        EXPECT_EQ(swapped[index], static_cast<std::uint8_t>((index + 1) * 7));
+        EXPECT_EQ(swapped[index + 1], static_cast<std::uint8_t>(index * 7));
     }
 }
 
 TEST(FrameConverter, IsWithinOneStepOfTheExactMatrixForEveryGreyAndColour)
 {
     FrameConverter converter;
-    const VideoLayout layout{VideoFormat::uyvy, 2, 2};
+    const VideoLayout layout{VideoFormat::yuy2, 2, 2};
     for (int value = 0; value < 256; value += 5) {
         for (const Rgb color : {Rgb{value, value, value}, Rgb{value, 255 - value, 128}, Rgb{255, value, 0}}) {
             const auto pixels = draw(converter, makePicture(kCVPixelFormatType_32BGRA, 2, 2, color), layout);

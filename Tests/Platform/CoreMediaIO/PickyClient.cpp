@@ -128,6 +128,16 @@ const spa_pod* buildMeta(spa_pod_builder& builder, std::uint32_t type, std::size
                                              SPA_POD_Int(static_cast<int>(size))));
 }
 
+std::optional<YCbCr> firstColorOf(const PickedFrame& frame, const std::uint8_t* pixels)
+{
+    const std::size_t luma = std::size_t{frame.width} * frame.height;
+    if (frame.format == SPA_VIDEO_FORMAT_YUY2 && frame.room >= luma * 2)
+        return YCbCr{pixels[0], pixels[1], pixels[3]};
+    if (frame.format == SPA_VIDEO_FORMAT_NV12 && frame.room >= luma * 3 / 2)
+        return YCbCr{pixels[0], pixels[luma], pixels[luma + 1]};
+    return std::nullopt;
+}
+
 }  // namespace
 
 struct PickyClient::Impl {
@@ -276,10 +286,7 @@ void PickyClient::Impl::see(const spa_buffer& buffer)
         frame.sequence = header->seq;
         frame.time = header->pts;
     }
-    if (data.data) {
-        const auto* bytes = static_cast<const std::uint8_t*>(data.data);
-        frame.firstBytes.assign(bytes, bytes + std::min<std::uint32_t>(data.maxsize, 4));
-    }
+    if (data.data) frame.firstColor = firstColorOf(frame, static_cast<const std::uint8_t*>(data.data));
     last = std::move(frame);
     ++frames;
 }

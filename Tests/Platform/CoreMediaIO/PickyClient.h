@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Tests/Platform/CoreMediaIO/Pictures.h"
+
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -50,7 +52,8 @@ struct PickedFrame {
     bool hasHeader = false;
     std::uint64_t sequence = 0;
     std::int64_t time = 0;
-    std::vector<std::uint8_t> firstBytes;
+    // Of the first pixel; none in a format that no camera of ours has.
+    std::optional<YCbCr> firstColor;
 };
 
 // A camera client of a certain kind, in this process.

@@ -226,7 +226,7 @@ const std::vector<Case> kPipeWireCases = {
              kDaemon, 51, "Node",
              {{"node.name", "by-serial"}, {"media.class", "Stream/Input/Video"}, {"target.object", "1040"}});
      },
-     Verdict::problem, "by-serial (object 51)", "formats"},
+     Verdict::problem, "by-serial (object 51)", "neither YUY2 nor NV12"},
     {"pipewire-outdated", [](SystemDouble& system) { system.libraryVersion = "1.0.7"; }, Verdict::hint,
      "daemon is of version 1.0.0, and its library of 1.0.7", "restart pipewire"}};
 
