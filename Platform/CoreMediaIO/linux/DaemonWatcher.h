@@ -21,15 +21,20 @@ public:
     DaemonWatcher(const DaemonWatcher&) = delete;
     DaemonWatcher& operator=(const DaemonWatcher&) = delete;
 
-    bool isWatching() const { return source_ != nullptr; }
+    // Watches, where it does not yet: the folder may not have been there before.
+    void start();
+    // Quick, for it is called when clients wait for the camera.
+    void stop();
 
 private:
     void read(int descriptor);
 
     pw_loop* loop_;
     const std::function<void()> onSocket_;
+    std::string folder_;
     std::string socketName_;
     spa_source* source_ = nullptr;
+    int watch_ = -1;
 };
 
 }  // namespace cmio

@@ -62,6 +62,7 @@ PipeWireConnection::PipeWireConnection(PipeWireLoop& loop, Server server, Callba
       connect_(loop, [this] { connect(); }),
       lose_(loop, [this] { lose(); }),
       move_(loop, [this] { moveToDaemon(); }),
+      watcher_(loop, [this] { socketAppeared(); }),
       events_(std::make_unique<CoreEvents>())
 {
     connect_.schedule();
@@ -95,7 +96,7 @@ void PipeWireConnection::connect()
 {
     if (core_) return;
     // Before we look, or a daemon that comes in between would be missed.
-    if (server_ != Server::embedded || isAutomatic_) watchForDaemon();
+    if (server_ != Server::embedded || isAutomatic_) watcher_.start();
     pw_core* core = server_ == Server::embedded ? nullptr : connectToDaemon();
     if (server_ == Server::automatic) server_ = core ? Server::daemon : Server::embedded;
     if (server_ == Server::embedded) core = connectToOurselves();
@@ -103,13 +104,6 @@ void PipeWireConnection::connect()
         use(core);
     else
         connect_.scheduleAfter(nextDelay());
-}
-
-void PipeWireConnection::watchForDaemon()
-{
-    // The folder may not have been there before.
-    if (watcher_ && watcher_->isWatching()) return;
-    watcher_ = std::make_unique<DaemonWatcher>(loop_, [this] { socketAppeared(); });
 }
 
 pw_core* PipeWireConnection::connectToDaemon()
@@ -135,7 +129,7 @@ void PipeWireConnection::use(pw_core* core)
 {
     core_ = core;
     // With a daemon there is nothing left to wait for.
-    if (server_ == Server::daemon) watcher_.reset();
+    if (server_ == Server::daemon) watcher_.stop();
     promptAttempts_ = 0;
     os_log_printf(faceLog(), OS_LOG_TYPE_DEFAULT, "Connected to PipeWire (%s)",
                   server_ == Server::daemon ? "daemon" : EmbeddedServer::kName);

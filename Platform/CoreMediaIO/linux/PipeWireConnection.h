@@ -55,7 +55,6 @@ private:
     friend struct CoreEvents;
 
     void connect();
-    void watchForDaemon();
     pw_core* connectToDaemon();
     pw_core* connectToOurselves();
     void use(pw_core* core);
@@ -74,7 +73,7 @@ private:
     LoopTask connect_;
     LoopTask lose_;
     LoopTask move_;
-    std::unique_ptr<DaemonWatcher> watcher_;  // while we are without a daemon that we would take
+    DaemonWatcher watcher_;  // watches while we are without a daemon that we would take
     std::unique_ptr<CoreEvents> events_;
     pw_context* daemonContext_ = nullptr;
     std::unique_ptr<EmbeddedServer> embedded_;
