@@ -37,8 +37,8 @@ class DesktopLife : public WholeCamera {
 protected:
     DesktopLife() : WholeCamera(Server::daemon) {}
 
-    // PipeWire crashes and is started again. Gives back how long it answered without the camera, which is what
-    // the camera took for itself; a client has had frames then.
+    // PipeWire crashes and is started again. Gives back how long it answered without the camera, which is the
+    // time that the camera took for itself; a client has had frames then.
     std::optional<Clock::duration> restartPipeWire(DaemonObserver& observer)
     {
         session().killDaemon();
