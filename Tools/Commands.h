@@ -11,6 +11,8 @@ namespace pavo::tools {
 inline constexpr int kFailure = 1;
 inline constexpr int kWrongUsage = 2;
 
+inline constexpr const char* kCameraSummary = "Be the camera, until Ctrl-C";
+
 // Makes one of the parsers the check of an option.
 template <typename Parse>
 auto checkedBy(Parse parse)

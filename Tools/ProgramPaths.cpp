@@ -20,4 +20,9 @@ std::string defaultBundlePath()
     return (folder / PAVO_BUNDLE_FROM_COMMAND).lexically_normal().string();
 }
 
+std::string cameraProgramPath()
+{
+    return std::filesystem::path(defaultBundlePath()).replace_filename("pavo-camera").string();
+}
+
 }  // namespace pavo::tools

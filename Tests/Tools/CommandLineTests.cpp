@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 
+#include <filesystem>
 #include <fstream>
 #include <regex>
 #include <set>
@@ -304,6 +305,23 @@ TEST_F(CommandLine, ViewSaysThatThereIsNoPipeWire)
     EXPECT_THAT(none.err, StartsWith("pavo view: no PipeWire answers: "));
     const auto named = run({"view", "--wait", "0", "--remote", "pavo-7"});
     EXPECT_THAT(named.err, StartsWith("pavo view: no PipeWire named pavo-7 answers: "));
+}
+
+TEST_F(CommandLine, SaysThatTheCamerasOwnProgramIsMissing)
+{
+    namespace fs = std::filesystem;
+    const fs::path pavo = PAVO_PROGRAM;
+    fs::copy_file(pavo, path("pavo"));
+    fs::create_directory_symlink(pavo.parent_path() / "CMIOExtensionSupport.bundle",
+                                 path("CMIOExtensionSupport.bundle"));
+    // Standard error, too.
+    ChildProcess camera({"sh", "-c", "exec \"$0\" camera --json 2>&1", path("pavo")}, path("said"));
+    EXPECT_EQ(camera.waitForExit(std::chrono::seconds(30)), kFailure);
+    std::ifstream said(path("said"));
+    std::string line;
+    ASSERT_TRUE(std::getline(said, line));
+    EXPECT_EQ(line, "pavo camera: cannot start " + path("pavo-camera") + ": No such file or directory");
+    EXPECT_FALSE(std::getline(said, line));
 }
 
 }  // namespace

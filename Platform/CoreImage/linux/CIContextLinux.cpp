@@ -51,13 +51,15 @@ void draw(const Image& image, CVPixelBufferRef buffer)
     const auto rows = coveredSpan(top, recipe.scaleY, recipe.picture->height(), height);
     if (columns.first == columns.end || rows.first == rows.end) return;
 
+    const auto picture = recipe.picture->decoded();
+    if (!picture) return;
     const auto bytesPerRow = CVPixelBufferGetBytesPerRow(buffer);
     auto* base = static_cast<std::uint8_t*>(CVPixelBufferGetBaseAddress(buffer));
     const TargetPixels target{base + rows.first * bytesPerRow + columns.first * kBytesPerPixel, bytesPerRow,
                               static_cast<unsigned>(columns.end - columns.first),
                               static_cast<unsigned>(rows.end - rows.first)};
-    scalePicture(*recipe.picture,
-                 {columns.sourceStart, rows.sourceStart, columns.sourceLength, rows.sourceLength}, target);
+    scalePicture(*picture, {columns.sourceStart, rows.sourceStart, columns.sourceLength, rows.sourceLength},
+                 target);
 }
 
 }  // namespace

@@ -17,7 +17,7 @@ Image scaledImage(const Image& image, double scaleX, double scaleY)
 
 std::optional<Image> Image::imageWithContentsOfFile(const std::string& path)
 {
-    auto picture = Picture::fromFile(path);
+    auto picture = EncodedPicture::fromFile(path);
     if (!picture) return std::nullopt;
     return Image(std::make_shared<const Recipe>(Recipe{.picture = std::move(picture)}));
 }

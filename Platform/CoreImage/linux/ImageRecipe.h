@@ -1,14 +1,14 @@
 #pragma once
 
 #include "Platform/CoreImage/CoreImage.h"
-#include "Platform/CoreImage/linux/Picture.h"
+#include "Platform/CoreImage/linux/EncodedPicture.h"
 
 namespace ci {
 
 // A picture, and where its pixels go: the picture's point (x, y), from its lower left corner, lies at
 // (x × scaleX + offsetX, y × scaleY + offsetY). The scales are positive.
 struct Image::Recipe {
-    std::shared_ptr<const Picture> picture;
+    std::shared_ptr<const EncodedPicture> picture;
     double scaleX = 1;
     double scaleY = 1;
     double offsetX = 0;

@@ -14,6 +14,10 @@ namespace {
 constexpr int kBlackLuma = 16;
 constexpr int kNoChroma = 128;
 
+// How much of a picture is between two steps at once: few enough rows to stay in the processor's cache, and
+// an even number, so that chroma samples stay whole.
+constexpr int kRowsAtOnce = 16;
+
 // Exchanges luma and chroma bytes of packed 4:2:2, four samples at a time.
 constexpr std::uint8_t kSwapBytes[16] = {1, 0, 3, 2, 5, 4, 7, 6, 9, 8, 11, 10, 13, 12, 15, 14};
 
@@ -28,9 +32,10 @@ int roundedToEven(std::int64_t numerator, std::int64_t denominator)
     return static_cast<int>(std::max<std::int64_t>(rounded & ~std::int64_t{1}, 2));
 }
 
-std::uint8_t* chromaOfNv12(const VideoLayout& target, std::uint8_t* pixels)
+// Where the chroma of the row lies, which is an even one.
+std::uint8_t* chromaOfNv12(const VideoLayout& target, std::uint8_t* pixels, int row = 0)
 {
-    return pixels + target.lumaSize();
+    return pixels + target.lumaSize() + static_cast<std::ptrdiff_t>(row / 2) * target.chromaWidth() * 2;
 }
 
 }  // namespace
@@ -39,6 +44,10 @@ void FrameConverter::convert(const PictureReader& source, const VideoLayout& tar
 {
     const bool isSame = isSameSize(source, target);
     if (isSame && convertDirectly(source, target, pixels)) return;
+    if (isSame && source.format() == kCVPixelFormatType_32BGRA) {
+        convertBgra(source, target, pixels);
+        return;
+    }
     const PlanarView picture = loadPlanar(source);
     store(isSame ? picture : fit(picture, target), target, pixels);
 }
@@ -88,6 +97,14 @@ bool FrameConverter::convertDirectly(const PictureReader& source, const VideoLay
     return false;
 }
 
+void FrameConverter::convertBgra(const PictureReader& source, const VideoLayout& target, std::uint8_t* pixels)
+{
+    for (int row = 0; row < target.height; row += kRowsAtOnce) {
+        loadBgra(source, row, std::min(kRowsAtOnce, target.height - row));
+        store(loaded_.view(), target, pixels, row);
+    }
+}
+
 PlanarView FrameConverter::loadPlanar(const PictureReader& source)
 {
     const auto& [bytes, stride] = source.plane(0);
@@ -103,7 +120,7 @@ PlanarView FrameConverter::loadPlanar(const PictureReader& source)
         return view;
     }
     case kCVPixelFormatType_32BGRA:
-        loadBgra(source);
+        loadBgra(source, 0, source.height());
         return loaded_.view();
     case kCVPixelFormatType_420YpCbCr8Planar: {
         const auto& u = source.plane(1);
@@ -115,9 +132,9 @@ PlanarView FrameConverter::loadPlanar(const PictureReader& source)
     }
 }
 
-void FrameConverter::loadBgra(const PictureReader& source)
+void FrameConverter::loadBgra(const PictureReader& source, int firstRow, int rowCount)
 {
-    loaded_.resize(source.width(), source.height(), false);
+    loaded_.resize(source.width(), rowCount, false);
     const PlanarView& view = loaded_.view();
     const auto width = static_cast<std::size_t>(view.width);
     row_.resize(width * 3);
@@ -126,8 +143,9 @@ void FrameConverter::loadBgra(const PictureReader& source)
     std::uint8_t* b = g + width;
     for (int row = 0; row < view.height; ++row) {
         const std::ptrdiff_t index = row;
-        libyuv::SplitARGBPlane(source.plane(0).bytes + index * source.plane(0).stride, source.plane(0).stride,
-                               r, view.width, g, view.width, b, view.width, nullptr, 0, view.width, 1);
+        libyuv::SplitARGBPlane(source.plane(0).bytes + (firstRow + index) * source.plane(0).stride,
+                               source.plane(0).stride, r, view.width, g, view.width, b, view.width, nullptr,
+                               0, view.width, 1);
         lumaFromRgb(r, g, b, loaded_.y() + index * view.strideY, view.width);
         chromaFromRgb(r, g, b, loaded_.u() + index * view.strideU, loaded_.v() + index * view.strideV,
                       view.width);
@@ -180,37 +198,41 @@ PlanarView FrameConverter::fit(const PlanarView& picture, const VideoLayout& tar
     return view;
 }
 
-void FrameConverter::store(const PlanarView& picture, const VideoLayout& target, std::uint8_t* pixels)
+void FrameConverter::store(const PlanarView& picture, const VideoLayout& target, std::uint8_t* pixels,
+                           int firstRow)
 {
+    std::uint8_t* const rows = pixels + static_cast<std::ptrdiff_t>(firstRow) * target.stride();
     const auto& [y, u, v, strideY, strideU, strideV, width, height, halfHeightChroma] = picture;
     switch (target.format) {
     case VideoFormat::yuy2: {
         const auto pack = halfHeightChroma ? libyuv::I420ToYUY2 : libyuv::I422ToYUY2;
-        pack(y, strideY, u, strideU, v, strideV, pixels, target.stride(), width, height);
+        pack(y, strideY, u, strideU, v, strideV, rows, target.stride(), width, height);
         break;
     }
-    case VideoFormat::nv12:
+    case VideoFormat::nv12: {
+        std::uint8_t* const chroma = chromaOfNv12(target, pixels, firstRow);
         if (halfHeightChroma)
-            libyuv::I420ToNV12(y, strideY, u, strideU, v, strideV, pixels, target.stride(),
-                               chromaOfNv12(target, pixels), target.chromaWidth() * 2, width, height);
+            libyuv::I420ToNV12(y, strideY, u, strideU, v, strideV, rows, target.stride(), chroma,
+                               target.chromaWidth() * 2, width, height);
         else
-            storeHalvingChroma(picture, target, pixels);
+            storeHalvingChroma(picture, target, rows, chroma);
         break;
+    }
     }
 }
 
 void FrameConverter::storeHalvingChroma(const PlanarView& picture, const VideoLayout& target,
-                                        std::uint8_t* pixels)
+                                        std::uint8_t* luma, std::uint8_t* chroma)
 {
-    halved_.resize(target.width, target.height, true);
+    halved_.resize(picture.width, picture.height, true);
     const PlanarView& view = halved_.view();
-    libyuv::CopyPlane(picture.y, picture.strideY, pixels, target.stride(), target.width, target.height);
+    libyuv::CopyPlane(picture.y, picture.strideY, luma, target.stride(), picture.width, picture.height);
     libyuv::ScalePlane(picture.u, picture.strideU, picture.chromaWidth(), picture.chromaHeight(), halved_.u(),
                        view.strideU, view.chromaWidth(), view.chromaHeight(), libyuv::kFilterBox);
     libyuv::ScalePlane(picture.v, picture.strideV, picture.chromaWidth(), picture.chromaHeight(), halved_.v(),
                        view.strideV, view.chromaWidth(), view.chromaHeight(), libyuv::kFilterBox);
-    libyuv::MergeUVPlane(view.u, view.strideU, view.v, view.strideV, chromaOfNv12(target, pixels),
-                         target.chromaWidth() * 2, view.chromaWidth(), view.chromaHeight());
+    libyuv::MergeUVPlane(view.u, view.strideU, view.v, view.strideV, chroma, target.chromaWidth() * 2,
+                         view.chromaWidth(), view.chromaHeight());
 }
 
 }  // namespace cmio

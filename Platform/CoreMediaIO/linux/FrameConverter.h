@@ -32,11 +32,15 @@ private:
     // True when one step did all of it.
     static bool convertDirectly(const PictureReader& source, const VideoLayout& target, std::uint8_t* pixels);
     PlanarView loadPlanar(const PictureReader& source);
-    void loadBgra(const PictureReader& source);
+    // One of the target's own size.
+    void convertBgra(const PictureReader& source, const VideoLayout& target, std::uint8_t* pixels);
+    void loadBgra(const PictureReader& source, int firstRow, int rowCount);
     PlanarView loadBiPlanar(const PictureReader& source);
     PlanarView fit(const PlanarView& picture, const VideoLayout& target);
-    void store(const PlanarView& picture, const VideoLayout& target, std::uint8_t* pixels);
-    void storeHalvingChroma(const PlanarView& picture, const VideoLayout& target, std::uint8_t* pixels);
+    // `picture` becomes the rows from `firstRow`, an even one, on.
+    void store(const PlanarView& picture, const VideoLayout& target, std::uint8_t* pixels, int firstRow = 0);
+    void storeHalvingChroma(const PlanarView& picture, const VideoLayout& target, std::uint8_t* luma,
+                            std::uint8_t* chroma);
 
     PlanarPicture loaded_;
     PlanarPicture fitted_;
