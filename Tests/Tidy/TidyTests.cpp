@@ -256,4 +256,28 @@ TEST(Tidy, TestsWaitForConditionsNotForTime)
         "wait for a condition");
 }
 
+// The monotonic clock stands still while a machine sleeps: then nothing has happened, and nothing is overdue.
+// Others jump when it wakes, or when somebody sets them, and a timer of theirs would fire at once or never.
+TEST(Tidy, OnlyTheLogReadsAClockThatJumps)
+{
+    constexpr std::array<std::string_view, 13> kJumping = {
+        "CLOCK_REALTIME", "CLOCK_BOOTTIME", "CLOCK_TAI",        "system_clock",  "gettimeofday",
+        "time(nullptr)",  "time(NULL)",     "mach_continuous",  "sem_timedwait", "cond_timedwait",
+        "CFAbsoluteTime", "CFDateCreate",   "dispatch_walltime"};
+    auto files = filesUnder({"CMIOExtensionSupport", "PavoLoggingSupport", "Platform", "Frameworks", "Bundle",
+                             "Producer", "Stub", "Tools"});
+    EXPECT_EQ(
+        std::erase_if(
+            files, [](const SourceFile& file) { return file.path == "Frameworks/OSLog/src/LogOutput.cpp"; }),
+        1U);
+    expectNoLine(
+        files,
+        [&kJumping](const std::string& line) {
+            return std::any_of(kJumping.begin(), kJumping.end(), [&line](std::string_view word) {
+                return line.find(word) != std::string::npos;
+            });
+        },
+        "what is compared or waited for is a time of the monotonic clock");
+}
+
 }  // namespace
