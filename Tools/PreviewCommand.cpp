@@ -3,9 +3,11 @@
 #include "Tools/StatusClient.h"
 #include "Tools/TerminalPreview.h"
 
+#include <cstdlib>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <unistd.h>
 
 namespace pavo::tools {
 namespace {
@@ -38,6 +40,33 @@ std::string conflictIn(const PreviewArguments& arguments)
     return {};
 }
 
+// Why the terminal cannot show pictures; empty where it can.
+std::string problemOfTerminal()
+{
+    if (::isatty(STDOUT_FILENO) != 1)
+        return "standard output is no terminal; \"pavo preview --http\" shows the camera in a browser";
+    const char* kind = std::getenv("TERM");
+    const std::string name = kind ? kind : "";
+    if (!name.empty() && name != "dumb") return {};
+    return "the terminal can show no pictures: TERM is " + (name.empty() ? "not set" : "'" + name + "'");
+}
+
+int previewOnTerminal(const PreviewOptions& options, Reporter& reporter)
+{
+    if (const auto problem = problemOfTerminal(); !problem.empty()) {
+        reporter.error(problem);
+        return kFailure;
+    }
+    const StopSignal stop;
+    const auto screen = TerminalScreen::open(stop);
+    if (!screen) {
+        reporter.error(screen.problem().text);
+        return kFailure;
+    }
+    TerminalPreview(options, cameraStatus, stop, *screen.value()).run();
+    return 0;
+}
+
 PreviewOptions optionsOf(const PreviewArguments& arguments)
 {
     PreviewOptions options = arguments.preview;
@@ -56,15 +85,9 @@ int preview(const PreviewArguments& arguments)
         return kWrongUsage;
     }
     const PreviewOptions options = optionsOf(arguments);
+    if (!arguments.isHttp) return previewOnTerminal(options, reporter);
     const StopSignal stop;
-    if (arguments.isHttp) return BrowserPreview(options, cameraStatus, reporter, stop).run() ? 0 : kFailure;
-    auto screen = TerminalScreen::open(stop);
-    if (!screen) {
-        reporter.error(screen.problem().text);
-        return kFailure;
-    }
-    TerminalPreview(options, cameraStatus, stop, *screen.value()).run();
-    return 0;
+    return BrowserPreview(options, cameraStatus, reporter, stop).run() ? 0 : kFailure;
 }
 
 }  // namespace

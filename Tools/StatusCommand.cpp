@@ -1,9 +1,9 @@
 #include "Tools/Commands.h"
-#include "Tools/LiveScreen.h"
 #include "Tools/Reporter.h"
 #include "Tools/StatusClient.h"
 #include "Tools/StatusText.h"
 #include "Tools/StopSignal.h"
+#include "Tools/TerminalScreen.h"
 
 #include <array>
 #include <cerrno>
@@ -54,27 +54,36 @@ int printAgainAndAgain(Reporter& reporter)
     }
 }
 
-// Waits for a second, or for what comes before that.
-void waitForChange(const StopSignal& stop, const LiveScreen& screen)
+// Shows the page for a second. False: the program is to end, or the terminal has gone.
+bool showPage(const std::vector<std::string>& lines, const StopSignal& stop, TerminalScreen& screen)
 {
-    std::array<pollfd, 2> waiting = {{{stop.descriptor(), POLLIN, 0}, {screen.descriptor(), POLLIN, 0}}};
-    // A signal that nobody handles only makes the next page come sooner.
-    ::poll(waiting.data(), waiting.size(), static_cast<int>(kIntervalNs / 1'000'000));
+    for (;;) {
+        if (!screen.write(pageOf(lines, static_cast<std::size_t>(screen.size().rows)))) return false;
+        std::array<pollfd, 2> waiting = {
+            {{stop.descriptor(), POLLIN, 0}, {screen.signalDescriptor(), POLLIN, 0}}};
+        // A signal that nobody handles only makes the next page come sooner.
+        ::poll(waiting.data(), waiting.size(), static_cast<int>(kIntervalNs / 1'000'000));
+        if (waiting[0].revents) return false;
+        if (!waiting[1].revents) return true;
+        screen.handleSignals();
+    }
 }
 
 // A camera that is not there may come: that is what somebody watches for, too.
-int showLive()
+int showLive(Reporter& reporter)
 {
     const StopSignal stop;
-    LiveScreen screen(STDOUT_FILENO);
-    while (!stop.hasCome()) {
-        const auto status = askForStatus();
-        auto lines = status ? textOf(status.value()) : std::vector<std::string>{status.problem().text};
-        lines.insert(lines.end(), {"", "Ctrl-C ends this."});
-        screen.show(std::move(lines));
-        waitForChange(stop, screen);
-        screen.handleSignals();
+    const auto screen = TerminalScreen::open(stop);
+    if (!screen) {
+        reporter.error(screen.problem().text);
+        return kFailure;
     }
+    std::vector<std::string> lines;
+    do {
+        const auto status = askForStatus();
+        lines = status ? textOf(status.value()) : std::vector<std::string>{status.problem().text};
+        lines.insert(lines.end(), {"", "Ctrl-C ends this."});
+    } while (showPage(lines, stop, *screen.value()));
     return 0;
 }
 
@@ -83,7 +92,7 @@ int tellStatus(const StatusOptions& options)
     Reporter reporter("pavo status", options.isJson);
     if (!options.isLive) return printOnce(reporter);
     if (options.isJson) return printAgainAndAgain(reporter);
-    if (::isatty(STDOUT_FILENO) == 1) return showLive();
+    if (::isatty(STDOUT_FILENO) == 1) return showLive(reporter);
     reporter.error("--watch needs a terminal; with --json it writes one line a second anywhere");
     return kWrongUsage;
 }

@@ -71,16 +71,17 @@ bool TerminalPreview::wait()
 {
     std::array<pollfd, 4> waiting = {{{stop_.descriptor(), POLLIN, 0},
                                       {screen_.keyDescriptor(), POLLIN, 0},
-                                      {screen_.resizeDescriptor(), POLLIN, 0},
+                                      {screen_.signalDescriptor(), POLLIN, 0},
                                       {camera_.descriptor(), POLLIN, 0}}};
     ::poll(waiting.data(), waiting.size(), kLookAtTheClockMs);
     if (waiting[0].revents || (waiting[1].revents & (POLLHUP | POLLERR))) return false;
     if (waiting[1].revents && screen_.takeKeys().find_first_of("qQ") != std::string::npos) return false;
     if (!waiting[2].revents) return true;
+    screen_.handleSignals();
     size_ = screen_.size();
     isCleared_ = false;
     if (notice_.empty()) return screen_.write(std::string(picture_.clear()) + std::string(kClear));
-    return drawNotice(std::exchange(notice_, {}), "");
+    return drawNotice(std::exchange(notice_, {}), noticeText_);
 }
 
 bool TerminalPreview::drawFrame(const CameraFrame& frame)
@@ -104,6 +105,7 @@ bool TerminalPreview::drawNotice(const std::string& title, const std::string& te
 {
     if (notice_ == title) return drawStatus();
     notice_ = title;
+    noticeText_ = text;
     std::string drawing(kUpdateBegin);
     drawing.append(picture_.clear()).append(kClear);
     const int middle = pictureRows() / 2;

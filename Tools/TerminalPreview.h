@@ -43,6 +43,7 @@ private:
     TerminalSize size_;
     bool isCleared_ = true;       // whether nothing else is on the screen
     std::string notice_;          // what is shown instead of a picture
+    std::string noticeText_;      // below it
     std::int64_t nextTryNs_ = 0;  // to connect
     std::int64_t lastFrameNs_ = 0;
     std::int64_t windowStartNs_ = 0;  // of the second in which drawn frames are counted

@@ -1,19 +1,14 @@
 // What `pavo status` says of a real camera while producers and clients come and go, and what is said where
 // there is none, or one too many.
 
-#include "Platform/Support/UniqueFd.h"
 #include "Tests/EndToEnd/WholeCamera.h"
 #include "Tests/Support/ChildProcess.h"
 #include "Tests/Support/ProcessFacts.h"
+#include "Tests/Support/PseudoTerminal.h"
 
-#include <fcntl.h>
 #include <signal.h>
-#include <sys/ioctl.h>
-#include <termios.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -22,6 +17,7 @@ namespace pavo::test {
 namespace {
 
 using nlohmann::json;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -165,99 +161,60 @@ TEST_F(CameraStatusTest, WritesALineEachSecondUntilTheCameraEnds)
     EXPECT_EQ(other.waitForExit(kPatience), 1);
 }
 
-// A terminal, which a program under test writes to.
-class Terminal {
-public:
-    Terminal() : master_(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK))
-    {
-        EXPECT_EQ(::grantpt(master_.get()), 0);
-        EXPECT_EQ(::unlockpt(master_.get()), 0);
-        slave_ = UniqueFd(::open(path().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
-        EXPECT_TRUE(slave_.isValid());
-    }
-
-    std::string path() const { return ::ptsname(master_.get()); }
-    void resize(unsigned short rows)
-    {
-        winsize size{};
-        size.ws_row = rows;
-        size.ws_col = 80;
-        EXPECT_EQ(::ioctl(master_.get(), TIOCSWINSZ, &size), 0);
-    }
-    // All that was written so far.
-    const std::string& text()
-    {
-        std::array<char, 4096> bytes;
-        for (ssize_t count; (count = ::read(master_.get(), bytes.data(), bytes.size())) > 0;)
-            text_.append(bytes.data(), static_cast<std::size_t>(count));
-        return text_;
-    }
-    bool waitFor(const std::string& part)
-    {
-        return eventually([&] { return text().find(part) != std::string::npos; });
-    }
-    // Forgets what was written.
-    void clear()
-    {
-        text();
-        text_.clear();
-    }
-
-private:
-    UniqueFd master_;
-    UniqueFd slave_;
-    std::string text_;
-};
-
 constexpr const char* kAlternateScreen = "\x1b[?1049h";
 constexpr const char* kUsualScreen = "\x1b[?25h\x1b[?1049l";
 
 TEST_F(CameraStatusTest, ShowsAPageOnATerminalAndGivesTheTerminalBack)
 {
-    Terminal terminal;
-    terminal.resize(24);
-    ChildProcess watching({pavoProgram(), "status", "--watch"}, terminal.path());
-    ASSERT_TRUE(terminal.waitFor("\x1b[HPavo Camera ")) << terminal.text();
-    EXPECT_THAT(terminal.text(), StartsWith(kAlternateScreen));
-    EXPECT_TRUE(terminal.waitFor("State     idle: nobody watches\x1b[K\r"));
-    EXPECT_TRUE(terminal.waitFor("Ctrl-C ends this."));
+    PseudoTerminal terminal({pavoProgram(), "status", "--watch"});
+    ASSERT_TRUE(terminal.readUntilText("\x1b[HPavo Camera ")) << terminal.output();
+    EXPECT_THAT(terminal.output(), StartsWith(kAlternateScreen));
+    EXPECT_TRUE(terminal.readUntilText("State     idle: nobody watches\x1b[K\r"));
+    EXPECT_TRUE(terminal.readUntilText("Ctrl-C ends this."));
 
-    terminal.resize(1);
-    terminal.clear();
-    watching.signal(SIGWINCH);
-    ASSERT_TRUE(terminal.waitFor("\x1b[K\x1b[J"));
-    terminal.clear();
-    ASSERT_TRUE(terminal.waitFor("\x1b[K\x1b[J")) << "one line to a page";
-    EXPECT_EQ(terminal.text().find("State"), std::string::npos);
+    terminal.resize(80, 1);
+    EXPECT_TRUE(terminal.readUntil([](const std::string& all) {
+        const auto page = all.substr(all.rfind("\x1b[H"));
+        return page.find("\x1b[K\x1b[J") != std::string::npos && page.find('\n') == std::string::npos;
+    })) << "one line to a page";
 
-    // Stopped with Ctrl-Z, the program leaves the terminal to the shell; then it takes it again.
-    watching.signal(SIGTSTP);
-    ASSERT_TRUE(terminal.waitFor(kUsualScreen));
-    terminal.clear();
-    ASSERT_TRUE(eventually([&] {
-        watching.signal(SIGCONT);
-        return terminal.text().find(kAlternateScreen) != std::string::npos;
-    }));
+    terminal.type("\x03");
+    EXPECT_EQ(terminal.waitForExit(), 0);
+    EXPECT_THAT(terminal.output(), EndsWith(kUsualScreen));
+    EXPECT_TRUE(terminal.isRestored());
+}
 
-    watching.signal(SIGINT);
-    EXPECT_EQ(watching.waitForExit(kPatience), 0);
-    EXPECT_TRUE(terminal.text().ends_with(kUsualScreen));
+TEST_F(CameraStatusTest, LeavesTheTerminalToTheShellWhileItIsStopped)
+{
+    PseudoTerminal terminal(underShell({pavoProgram(), "status", "--watch"}));
+    ASSERT_TRUE(terminal.readUntilText("Ctrl-C ends this.")) << terminal.output();
+    terminal.type("\x1a");
+    ASSERT_TRUE(terminal.readUntilText("given back")) << terminal.output();
+    EXPECT_THAT(terminal.output(), HasSubstr(kUsualScreen));
+    EXPECT_TRUE(terminal.isRestored());
+    terminal.forget();
+    terminal.type("\n");
+    ASSERT_TRUE(terminal.readUntilText("Ctrl-C ends this.")) << terminal.output();
+    EXPECT_THAT(terminal.output(), HasSubstr(kAlternateScreen));
+    terminal.type("\x03");
+    EXPECT_EQ(terminal.waitForExit(), 0);
+    EXPECT_THAT(terminal.output(), EndsWith(kUsualScreen));
+    EXPECT_TRUE(terminal.isRestored());
 }
 
 TEST_F(CameraStatusTest, APageOutlivesTheCamera)
 {
-    Terminal terminal;
-    ChildProcess watching({pavoProgram(), "status", "--watch"}, terminal.path());
-    ASSERT_TRUE(terminal.waitFor("\x1b[HPavo Camera "));
+    PseudoTerminal terminal({pavoProgram(), "status", "--watch"});
+    ASSERT_TRUE(terminal.readUntilText("\x1b[HPavo Camera "));
     EXPECT_EQ(camera().end(SIGTERM), 0);
-    EXPECT_TRUE(terminal.waitFor("\x1b[Hno camera is running; \"pavo camera\" starts one"));
+    EXPECT_TRUE(terminal.readUntilText("\x1b[Hno camera is running; \"pavo camera\" starts one"));
     CameraProcess next;
-    terminal.clear();
-    EXPECT_TRUE(terminal.waitFor("\x1b[HPavo Camera "));
-    EXPECT_TRUE(terminal.waitFor(", process " + std::to_string(next.pid()) + ", "));
+    terminal.forget();
+    EXPECT_TRUE(terminal.readUntilText("\x1b[HPavo Camera "));
+    EXPECT_TRUE(terminal.readUntilText(", process " + std::to_string(next.pid()) + ", "));
     EXPECT_EQ(next.end(SIGTERM), 0);
-    watching.signal(SIGTERM);
-    EXPECT_EQ(watching.waitForExit(kPatience), 0);
+    ::kill(terminal.pid(), SIGTERM);
+    EXPECT_EQ(terminal.waitForExit(), 0);
 }
 
 TEST_F(CameraStatusTest, ASecondCameraSaysWhichOneRunsAndHarmsNobody)

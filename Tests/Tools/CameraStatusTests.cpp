@@ -1,8 +1,8 @@
 // How a camera's status is written, for programs, for people, and on a terminal.
 
 #include "Tools/CameraStatus.h"
-#include "Tools/LiveScreen.h"
 #include "Tools/StatusText.h"
+#include "Tools/TerminalScreen.h"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
@@ -197,13 +197,13 @@ TEST(StatusText, AProcessWithoutANameIsANumber)
     EXPECT_THAT(textOf(status), Contains("Producer  process 77, for 1 min"));
 }
 
-TEST(LiveScreen, APageReplacesTheOneBefore)
+TEST(TerminalPage, ReplacesTheOneBefore)
 {
     EXPECT_EQ(pageOf({"one", "two"}, 24), "\x1b[Hone\x1b[K\r\ntwo\x1b[K\x1b[J");
     EXPECT_EQ(pageOf({}, 24), "\x1b[H\x1b[J");
 }
 
-TEST(LiveScreen, APageNeverScrolls)
+TEST(TerminalPage, NeverScrolls)
 {
     EXPECT_EQ(pageOf({"one", "two", "three"}, 2), pageOf({"one", "two"}, 2));
 }

@@ -1,9 +1,9 @@
 // Live previews of a whole camera: what the page's addresses give, and what appears on a terminal.
 
+#include "Tests/Support/PseudoTerminal.h"
 #include "Tests/Support/Wait.h"
 #include "Tests/Tools/HttpClient.h"
 #include "Tests/Tools/PreviewFixture.h"
-#include "Tests/Tools/PseudoTerminal.h"
 #include "Tools/TestPattern.h"
 
 #include <gmock/gmock.h>
@@ -12,7 +12,6 @@
 #include <stdlib.h>
 #include <turbojpeg.h>
 
-#include <cstring>
 #include <memory>
 #include <regex>
 #include <set>
@@ -211,8 +210,7 @@ protected:
     }
     static std::unique_ptr<PseudoTerminal> openPreview(unsigned short columns = 80, unsigned short rows = 24)
     {
-        return std::make_unique<PseudoTerminal>(
-            std::vector<std::string>{PAVO_PROGRAM, "preview", "--graphics", "symbols"}, columns, rows);
+        return std::make_unique<PseudoTerminal>(kPreview, columns, rows);
     }
     // The updates of the whole screen that have pictures.
     static std::set<std::string> picturesIn(const std::string& output)
@@ -227,15 +225,17 @@ protected:
         }
         return pictures;
     }
-    static void expectRestored(const PseudoTerminal& terminal, const termios& before)
+    static void expectRestored(const PseudoTerminal& terminal)
     {
-        EXPECT_THAT(terminal.output(), HasSubstr("\x1b[?1049h\x1b[?25l"));
-        EXPECT_THAT(terminal.output(), EndsWith("\x1b[0m\x1b[?25h\x1b[?1049l"));
-        const termios after = terminal.mode();
-        EXPECT_EQ(after.c_lflag, before.c_lflag);
-        EXPECT_EQ(after.c_iflag, before.c_iflag);
-        EXPECT_EQ(std::memcmp(after.c_cc, before.c_cc, sizeof after.c_cc), 0);
+        EXPECT_THAT(terminal.output(), HasSubstr(kBegin));
+        EXPECT_THAT(terminal.output(), EndsWith(kEnd));
+        EXPECT_TRUE(terminal.isRestored());
     }
+
+    inline static const std::vector<std::string> kPreview = {PAVO_PROGRAM, "preview", "--graphics",
+                                                             "symbols"};
+    static constexpr const char* kBegin = "\x1b[?1049h\x1b[?25l";
+    static constexpr const char* kEnd = "\x1b[0m\x1b[?25h\x1b[?1049l";
 };
 
 TEST_F(PreviewOnTerminal, ShowsTheMovingPictureAndRestoresTheTerminal)
@@ -243,28 +243,26 @@ TEST_F(PreviewOnTerminal, ShowsTheMovingPictureAndRestoresTheTerminal)
     startCamera();
     startProducer();
     auto terminal = openPreview();
-    const termios before = terminal->mode();
     EXPECT_TRUE(terminal->readUntil([](const std::string& all) { return picturesIn(all).size() >= 5; }));
     EXPECT_TRUE(terminal->readUntilText("1920x1080 "));
     EXPECT_TRUE(terminal->readUntilText("| live: pavo (" + std::to_string(producer_.pid()) + ")"));
     EXPECT_EQ(terminal->mode().c_lflag & static_cast<tcflag_t>(ECHO | ICANON), 0U);
     terminal->type("\x03");
     EXPECT_EQ(terminal->waitForExit(), 0);
-    expectRestored(*terminal, before);
+    expectRestored(*terminal);
 }
 
 TEST_F(PreviewOnTerminal, EndsWithQAndWithASignal)
 {
     for (const bool isKey : {true, false}) {
         auto terminal = openPreview();
-        const termios before = terminal->mode();
         EXPECT_TRUE(terminal->readUntilText("\x1b[?25l"));
         if (isKey)
             terminal->type("xq");
         else
             ::kill(terminal->pid(), SIGTERM);
         EXPECT_EQ(terminal->waitForExit(), 0);
-        expectRestored(*terminal, before);
+        expectRestored(*terminal);
     }
 }
 
@@ -317,6 +315,49 @@ TEST_F(PreviewOnTerminal, EndsThoughTheTerminalTakesNothing)
     terminal->type("\x13");
     ::kill(terminal->pid(), SIGINT);
     EXPECT_EQ(terminal->waitForExitUnread(), 0);
+}
+
+TEST_F(PreviewOnTerminal, LeavesTheTerminalToTheShellWhileItIsStopped)
+{
+    startCamera();
+    startProducer();
+    PseudoTerminal terminal(underShell(kPreview));
+    const auto isMoving = [](const std::string& all) { return picturesIn(all).size() >= 2; };
+    ASSERT_TRUE(terminal.readUntil(isMoving));
+    terminal.type("\x1a");
+    ASSERT_TRUE(terminal.readUntilText("given back"));
+    EXPECT_THAT(terminal.output(), HasSubstr(kEnd));
+    EXPECT_TRUE(terminal.isRestored());
+    terminal.forget();
+    terminal.type("\n");
+    ASSERT_TRUE(terminal.readUntil(isMoving));
+    EXPECT_FALSE(terminal.isRestored());
+    terminal.type("q");
+    EXPECT_EQ(terminal.waitForExit(), 0);
+    expectRestored(terminal);
+}
+
+// As in a window that has no shell.
+TEST_F(PreviewOnTerminal, IsNotStoppedWhereNobodyCanLetItGoOn)
+{
+    const auto terminal = openPreview();
+    ASSERT_TRUE(terminal->readUntilText("Start it with: pavo camera"));
+    terminal->forget();
+    terminal->type("\x1a");
+    ASSERT_TRUE(terminal->readUntilText("Start it with: pavo camera")) << "drawn afresh";
+    EXPECT_THAT(terminal->output(), HasSubstr(std::string(kEnd) + kBegin));
+    terminal->type("q");
+    EXPECT_EQ(terminal->waitForExit(), 0);
+    expectRestored(*terminal);
+}
+
+TEST_F(PreviewOnTerminal, DrawsOnATerminalThatItMayNotOpen)
+{
+    PseudoTerminal terminal(kPreview, 80, 24, PseudoTerminal::Access::asGiven);
+    EXPECT_TRUE(terminal.readUntilText("The camera is not running"));
+    terminal.type("q");
+    EXPECT_EQ(terminal.waitForExit(), 0);
+    expectRestored(terminal);
 }
 
 TEST_F(PreviewOnTerminal, RefusesATerminalWithoutPictures)

@@ -1,4 +1,4 @@
-#include "Tests/Tools/PseudoTerminal.h"
+#include "Tests/Support/PseudoTerminal.h"
 
 #include "Tests/Support/Wait.h"
 
@@ -7,10 +7,13 @@
 #include <pty.h>
 #include <signal.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utmp.h>
 
 #include <array>
+#include <cstring>
 
 namespace pavo::test {
 
@@ -22,25 +25,34 @@ constexpr int kLookMs = 20;
 }  // namespace
 
 PseudoTerminal::PseudoTerminal(const std::vector<std::string>& arguments, unsigned short columns,
-                               unsigned short rows)
+                               unsigned short rows, Access access)
 {
     // setpriv ties the program's life to ours and then becomes the program, with the same process id.
-    std::vector<std::string> words = {"setpriv", "--pdeathsig", "KILL", "--"};
+    std::vector<std::string> words = {"setpriv", "--pdeathsig", "KILL"};
+    // Root may open everything.
+    if (access == Access::asGiven && ::geteuid() == 0)
+        words.insert(words.end(), {"--bounding-set", "-dac_override"});
+    words.push_back("--");
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> pointers;
     for (std::string& word : words)
         pointers.push_back(word.data());
     pointers.push_back(nullptr);
     const winsize size{rows, columns, 0, 0};
-    int master = -1;
-    std::array<char, 64> name{};
-    pid_ = ::forkpty(&master, name.data(), nullptr, &size);
-    if (pid_ == 0) {
-        ::execvp(pointers[0], pointers.data());
-        ::_exit(127);
-    }
+    int master = -1, slave = -1;
+    if (::openpty(&master, &slave, nullptr, nullptr, &size) != 0) return;
     master_ = UniqueFd(master);
-    slave_ = UniqueFd(::open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    slave_ = UniqueFd(slave);
+    // For children that other threads start.
+    ::fcntl(master, F_SETFD, FD_CLOEXEC);
+    ::fcntl(slave, F_SETFD, FD_CLOEXEC);
+    found_ = mode();
+    if (access == Access::asGiven) ::fchmod(slave, 0);
+    pid_ = ::fork();
+    if (pid_ != 0) return;
+    ::login_tty(slave);
+    ::execvp(pointers[0], pointers.data());
+    ::_exit(127);
 }
 
 PseudoTerminal::~PseudoTerminal()
@@ -67,6 +79,13 @@ termios PseudoTerminal::mode() const
     termios mode{};
     ::tcgetattr(slave_.get(), &mode);
     return mode;
+}
+
+bool PseudoTerminal::isRestored() const
+{
+    const termios now = mode();
+    return now.c_lflag == found_.c_lflag && now.c_iflag == found_.c_iflag &&
+           std::memcmp(now.c_cc, found_.c_cc, sizeof now.c_cc) == 0;
 }
 
 bool PseudoTerminal::readSome()
@@ -108,6 +127,13 @@ std::optional<int> PseudoTerminal::waitForExit(bool isReading)
     while (isReading && readSome()) {
     }
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+std::vector<std::string> underShell(const std::vector<std::string>& arguments)
+{
+    std::vector<std::string> words = {"sh", "-c", R"(set -m; "$@"; echo given back; read -r line; fg)", "sh"};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return words;
 }
 
 }  // namespace pavo::test
