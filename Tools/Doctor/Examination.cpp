@@ -72,9 +72,11 @@ const std::vector<Process>& Examination::processes()
 
 std::vector<Examination::PavoProcess> Examination::running(const std::string& command)
 {
+    // The camera is a program of its own, started by the same words.
+    const char* const program = command == "camera" ? "pavo-camera" : "pavo";
     std::vector<PavoProcess> found;
     for (const Process& process : processes()) {
-        if (process.program != "pavo" || process.arguments.size() < 2 || process.arguments[1] != command)
+        if (process.program != program || process.arguments.size() < 2 || process.arguments[1] != command)
             continue;
         PavoProcess& each = found.emplace_back();
         each.process = process;

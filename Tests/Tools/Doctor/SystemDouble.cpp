@@ -86,7 +86,8 @@ Process& SystemDouble::addProcess(pid_t pid, const std::vector<std::string>& arg
     Process& added = running.emplace_back();
     added.pid = pid;
     added.owner = owner;
-    added.program = arguments.front();
+    const bool isCamera = arguments == std::vector<std::string>{"pavo", "camera"};
+    added.program = isCamera ? "pavo-camera" : arguments.front();
     added.arguments = arguments;
     added.state = 'S';
     environments[pid] = {{"XDG_RUNTIME_DIR", "/run/user/" + std::to_string(owner)}};
