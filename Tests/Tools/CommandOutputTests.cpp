@@ -8,6 +8,7 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -44,6 +45,8 @@ protected:
     {
         camera_ = start("camera", {"camera", "--json"});
         ASSERT_TRUE(waitForText("camera.out", "\"started\"")) << readFile(path("camera.err"));
+        // Its PipeWire comes a moment later.
+        ASSERT_TRUE(waitFor([this] { return std::filesystem::exists(path("pavo-0")); }, kDeadline));
     }
     bool waitForText(const std::string& file, const std::string& text) const
     {
