@@ -5,6 +5,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <spng.h>
 
@@ -61,6 +62,18 @@ TEST_F(CIImageTest, AFileThatIsNoPictureGivesNoImageAndALineInTheLog)
 TEST_F(CIImageTest, AFolderGivesNoImage)
 {
     EXPECT_FALSE(ci::Image::imageWithContentsOfFile(testing::TempDir()));
+}
+
+TEST_F(CIImageTest, AFileOfMoreThan64MebibytesGivesNoImage)
+{
+    ASSERT_TRUE(imageFrom(pngBytes(4, 4, black)));
+    // What follows the picture is not looked at.
+    ASSERT_EQ(::truncate(path().c_str(), 64L << 20), 0);
+    EXPECT_TRUE(ci::Image::imageWithContentsOfFile(path()));
+    ASSERT_EQ(::truncate(path().c_str(), (64L << 20) + 1), 0);
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(ci::Image::imageWithContentsOfFile(path()));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("Cannot open picture " + path()));
 }
 
 TEST_F(CIImageTest, ATruncatedPictureGivesNoImageWhereverItEnds)
