@@ -139,7 +139,10 @@ TEST_F(CameraResources, MapsEachSurfaceOfTheProducerOnceAndCopiesNone)
     EXPECT_TRUE(std::includes(after.begin(), after.end(), before.begin(), before.end()));
     EXPECT_LE(after.size(), placeholder.size() + kProducersRing);
     EXPECT_EQ(inodesOf(after).size(), after.size());
-    EXPECT_LE(openDescriptorCount(camera().pid()), descriptors + (after.size() - before.size()));
+    // A message under way holds its surface's descriptor for a moment.
+    EXPECT_TRUE(eventually([&] {
+        return openDescriptorCount(camera().pid()) <= descriptors + (surfaces().size() - before.size());
+    }));
     // And they are the producer's own memory, not the camera's.
     auto known = inodesOf(mappingsOf(producer.pid(), "/memfd:pavo-surface"));
     EXPECT_GT(known.size(), 1U);
@@ -168,7 +171,7 @@ TEST_F(CameraResources, KeepsNothingOfThirtyProducers)
     }
     ASSERT_TRUE(seesPlaceholder(client));
     EXPECT_TRUE(eventually([&] { return surfaces() == mapped; }));
-    EXPECT_TRUE(eventually([&] { return openDescriptorCount(camera().pid()) == descriptors; }))
+    EXPECT_TRUE(eventually([&] { return openDescriptorCount(camera().pid()) <= descriptors; }))
         << openDescriptorCount(camera().pid()) << " descriptors, not " << descriptors;
 }
 
