@@ -1,8 +1,11 @@
 #include "Tools/CameraClient.h"
 
+#include "Tools/OfferedFormats.h"
+
 #include <pipewire/pipewire.h>
 #include <spa/param/video/format-utils.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -26,6 +29,9 @@ constexpr std::array<FormatName, 4> kFormats = {{
     {CameraFormat::nv12, SPA_VIDEO_FORMAT_NV12, "NV12"},
     {CameraFormat::bgrx, SPA_VIDEO_FORMAT_BGRx, "BGRx"},
 }};
+
+// A camera that tells nothing of its formats is believed to have the right one.
+constexpr std::chrono::seconds kPatienceForFormats(5);
 
 std::int64_t monotonicNs()
 {
@@ -64,6 +70,17 @@ const spa_pod* buildFormat(spa_pod_builder& builder, const std::vector<CameraFor
     return static_cast<const spa_pod*>(spa_pod_builder_pop(&builder, &object));
 }
 
+// "YUY2, UYVY or NV12"
+std::string listed(const std::vector<std::string>& names, std::string_view lastWord)
+{
+    std::string text;
+    for (std::size_t index = 0; index < names.size(); ++index) {
+        if (index > 0) text += index + 1 < names.size() ? ", " : " " + std::string(lastWord) + " ";
+        text += names[index];
+    }
+    return text;
+}
+
 // Holds the thread loop's lock for a scope.
 class LoopLock final {
 public:
@@ -90,6 +107,9 @@ struct CameraClient::Impl {
 
     std::optional<std::string> start();
     void stop();
+    bool waitUntil(const std::function<bool()>& condition, std::chrono::nanoseconds deadline) const;
+    std::optional<std::string> waitForCamera();
+    std::optional<std::string> problemWithFormats() const;
     bool connectStream();
     void report(CameraState state, std::string_view reason);
     void formatChanged(const spa_pod* param);
@@ -112,6 +132,7 @@ struct CameraClient::Impl {
     spa_hook registryHook{};
     spa_hook streamHook{};
     std::uint32_t cameraId = SPA_ID_INVALID;
+    std::optional<OfferedFormats> offered;  // by the camera, until the stream is made
     bool isLost = false;
 
     // Written on the loop's thread, read on the data thread.
@@ -135,6 +156,8 @@ void CameraClient::Impl::onGlobal(void* data, std::uint32_t id, std::uint32_t, c
     if (!name || self.options.cameraName != name) return;
     if (!mediaClass || std::strcmp(mediaClass, "Video/Source") != 0) return;
     self.cameraId = id;
+    if (self.stream) return;
+    self.offered.emplace(self.core, self.registry, id, [&self] { pw_thread_loop_signal(self.loop, false); });
     pw_thread_loop_signal(self.loop, false);
 }
 
@@ -143,6 +166,7 @@ void CameraClient::Impl::onGlobalRemoved(void* data, std::uint32_t id)
     auto& self = *static_cast<Impl*>(data);
     if (id != self.cameraId) return;
     self.cameraId = SPA_ID_INVALID;
+    self.offered.reset();
     if (self.stream) self.report(CameraState::lost, "the camera has gone");
 }
 
@@ -278,6 +302,38 @@ bool CameraClient::Impl::connectStream()
     return pw_stream_connect(stream, PW_DIRECTION_INPUT, PW_ID_ANY, flags, &format, 1) >= 0;
 }
 
+// On the owner's thread, which holds the loop's lock. False: time is up.
+bool CameraClient::Impl::waitUntil(const std::function<bool()>& condition,
+                                   std::chrono::nanoseconds deadline) const
+{
+    timespec until{};
+    pw_thread_loop_get_time(loop, &until, deadline.count());
+    while (!condition())
+        if (pw_thread_loop_timed_wait_full(loop, &until) < 0) return condition();
+    return true;
+}
+
+std::optional<std::string> CameraClient::Impl::waitForCamera()
+{
+    waitUntil([this] { return cameraId != SPA_ID_INVALID || isLost; }, options.deadline);
+    if (cameraId != SPA_ID_INVALID)
+        waitUntil([this] { return !offered || offered->areKnown() || isLost; }, kPatienceForFormats);
+    if (isLost) return "PipeWire has gone";
+    if (cameraId == SPA_ID_INVALID) return "PipeWire has no camera named " + options.cameraName;
+    return problemWithFormats();
+}
+
+std::optional<std::string> CameraClient::Impl::problemWithFormats() const
+{
+    const auto& names = offered->names();
+    if (!offered->areKnown() || names.empty()) return std::nullopt;
+    std::vector<std::string> wanted;
+    for (const auto format : options.formats)
+        wanted.emplace_back(nameOf(format));
+    if (std::ranges::find_first_of(wanted, names) != wanted.end()) return std::nullopt;
+    return "the camera does not offer " + listed(wanted, "or") + ", only " + listed(names, "and");
+}
+
 std::optional<std::string> CameraClient::Impl::start()
 {
     static const pw_core_events coreEvents = [] {
@@ -313,13 +369,8 @@ std::optional<std::string> CameraClient::Impl::start()
     registry = pw_core_get_registry(core, PW_VERSION_REGISTRY, 0);
     pw_registry_add_listener(registry, &registryHook, &registryEvents, this);
 
-    timespec until{};
-    const auto deadlineNs = std::chrono::duration_cast<std::chrono::nanoseconds>(options.deadline).count();
-    pw_thread_loop_get_time(loop, &until, deadlineNs);
-    while (cameraId == SPA_ID_INVALID && !isLost)
-        if (pw_thread_loop_timed_wait_full(loop, &until) < 0) break;
-    if (isLost) return "PipeWire has gone";
-    if (cameraId == SPA_ID_INVALID) return "PipeWire has no camera named " + options.cameraName;
+    if (auto problem = waitForCamera()) return problem;
+    offered.reset();
     if (!connectStream()) return "the stream cannot be made: " + std::string(std::strerror(errno));
     return std::nullopt;
 }
@@ -333,6 +384,7 @@ void CameraClient::Impl::stop()
         // The data thread uses the pointer until the stream has stopped it, which is inside of this call.
         if (stream) pw_stream_destroy(stream);
         stream = nullptr;
+        offered.reset();
         if (registry) {
             spa_hook_remove(&registryHook);
             pw_proxy_destroy(reinterpret_cast<pw_proxy*>(std::exchange(registry, nullptr)));

@@ -40,8 +40,8 @@ enum class CameraState {
 //
 // Threads: frames arrive on PipeWire's data thread, states on its loop thread; both callbacks must be short
 //          and must not call back into the client. start and stop are for the owner's thread.
-// Errors:  start says in a sentence what is missing. A stream that pauses goes on when it is resumed; a lost
-//          one is not reconnected.
+// Errors:  start says in a sentence what is missing, be it a format that the camera offers. A stream that
+//          pauses goes on when it is resumed; a lost one is not reconnected.
 class CameraClient final {
 public:
     struct Options {

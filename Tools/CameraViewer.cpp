@@ -142,6 +142,10 @@ bool CameraViewer::handle(const Note& note)
                         {"width", frame.width},
                         {"height", frame.height},
                         {"format", nameOf(frame.format)}});
+        // The camera has one format for all who watch, which the first of them chose.
+        if (options_.format && *options_.format != frame.format)
+            reporter_.say("Others watch it already: it cannot be " + std::string(nameOf(*options_.format)) +
+                          " until they have gone.");
     }
     if (options_.tracesFrames) {
         nlohmann::json event = {{"event", "frame"},

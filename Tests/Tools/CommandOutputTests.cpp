@@ -187,6 +187,27 @@ TEST_F(CommandOutput, ViewSaysWhatItCannotDo)
                                          ": No such file or directory\n"));
 }
 
+TEST_F(CommandOutput, ViewSaysWhichFormatsThereAreWhereTheCameraDoesNotOfferTheOneAskedFor)
+{
+    for (const auto* format : {"UYVY", "BGRx"}) {
+        const auto result = view({"--json", "--frames", "1", "--format", format});
+        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_EQ(result.err,
+                  "pavo view: the camera does not offer " + std::string(format) + ", only YUY2 and NV12\n");
+        EXPECT_EQ(result.out, "");
+    }
+}
+
+TEST_F(CommandOutput, ViewTakesWhatThereIsWhereOthersHaveTheCameraInAnotherFormat)
+{
+    auto client = start("other", {"view", "--remote", "pavo-0", "--json", "--format", "NV12"});
+    ASSERT_TRUE(waitForText("other.out", "\"NV12\""));
+    const auto result = view({"--frames", "1", "--format", "YUY2"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_THAT(result.err, HasSubstr("Watching pavo-camera: 1920x1080 NV12.\n"
+                                      "Others watch it already: it cannot be YUY2 until they have gone.\n"));
+}
+
 TEST_F(CommandOutput, ViewEndsWhenTheCameraGoes)
 {
     auto client = start("view", {"view", "--remote", "pavo-0", "--json"});

@@ -113,6 +113,14 @@ TEST_F(CameraInPipeWire, OffersYuy2First)
     EXPECT_EQ(client.frames().front().format, "YUY2");
 }
 
+TEST_F(CameraInPipeWire, TellsAClientWhichFormatsItHasBeforeItIsLinked)
+{
+    startCamera();
+    const ClientProcess client({"--format", "UYVY"});
+    EXPECT_TRUE(waitFor([&client] { return client.output().ends_with('\n'); }, std::chrono::seconds(60)));
+    EXPECT_EQ(client.output(), "problem the camera does not offer UYVY, only YUY2 and NV12\n");
+}
+
 TEST_F(CameraInPipeWire, ConvertsWhatIsSentInOtherFormatsAndSizes)
 {
     startCamera();
