@@ -19,8 +19,8 @@
 namespace pavo::tools {
 namespace {
 
-constexpr std::int64_t kBetweenLooksNs = 250'000'000;
-constexpr int kLooks = 8;
+constexpr std::int64_t kBetweenLooksNs = 5'000'000;
+constexpr int kLooks = 400;
 
 struct CameraOptions {
     std::string bundlePath = defaultBundlePath();
@@ -45,19 +45,21 @@ void sayThatNobodyCanSeeIt(Reporter& reporter)
                        "that changes. Is XDG_RUNTIME_DIR a folder that can be written to?");
 }
 
-// Who started the camera by hand should hear why nobody sees it. Looks until PipeWire has answered, which it
-// usually has at the first look, and then never again: a camera that nobody watches must not wake up.
-void lookForPipeWire(const std::shared_ptr<Reporter>& reporter, int looksLeft)
+// A client that is started on the news finds the camera; where PipeWire does not answer, people should hear
+// why nobody does. Looks until PipeWire has answered, which takes some milliseconds, and then never again: a
+// camera that nobody watches must not wake up.
+void sayWhenItCanBeSeen(const std::shared_ptr<Reporter>& reporter, int looksLeft)
 {
-    dispatch::after(dispatch_time(DISPATCH_TIME_NOW, kBetweenLooksNs),
-                    dispatch_get_global_queue(QOS_CLASS_UTILITY, 0), [reporter, looksLeft] {
-                        const auto report = cmio::reportCameras();
-                        if (!report || report->pipeWire != cmio::PipeWireState::waiting) return;
-                        if (looksLeft > 1)
-                            lookForPipeWire(reporter, looksLeft - 1);
-                        else
-                            sayThatNobodyCanSeeIt(*reporter);
-                    });
+    const auto report = cmio::reportCameras();
+    const bool isWaiting = report && report->pipeWire == cmio::PipeWireState::waiting;
+    if (isWaiting && looksLeft > 0) {
+        dispatch::after(dispatch_time(DISPATCH_TIME_NOW, kBetweenLooksNs),
+                        dispatch_get_global_queue(QOS_CLASS_UTILITY, 0),
+                        [reporter, looksLeft] { sayWhenItCanBeSeen(reporter, looksLeft - 1); });
+        return;
+    }
+    sayStarted(*reporter);
+    if (isWaiting) sayThatNobodyCanSeeIt(*reporter);
 }
 
 int beCamera(const CameraOptions& options)
@@ -71,8 +73,7 @@ int beCamera(const CameraOptions& options)
     }
     return runStub(options.bundlePath, [&reporter, &service] {
         service.value()->start();
-        sayStarted(*reporter);
-        lookForPipeWire(reporter, kLooks);
+        sayWhenItCanBeSeen(reporter, kLooks);
     });
 }
 

@@ -45,8 +45,6 @@ protected:
     {
         camera_ = start("camera", {"camera", "--json"});
         ASSERT_TRUE(waitForText("camera.out", "\"started\"")) << readFile(path("camera.err"));
-        // Its PipeWire comes a moment later.
-        ASSERT_TRUE(waitFor([this] { return std::filesystem::exists(path("pavo-0")); }, kDeadline));
     }
     bool waitForText(const std::string& file, const std::string& text) const
     {
@@ -69,6 +67,17 @@ TEST_F(CommandOutput, CameraSaysWhenItIsUpAndEndsWithASignal)
     EXPECT_EQ(result.exitCode, 0);
     ASSERT_THAT(result.events(), SizeIs(1));
     EXPECT_EQ(result.events()[0], (json{{"event", "started"}, {"pid", pid}}));
+}
+
+TEST_F(CommandOutput, CameraSaysThatItIsUpOnceClientsFindItsOwnPipeWire)
+{
+    EXPECT_TRUE(std::filesystem::exists(path("pavo-0")));
+    camera_.end(SIGTERM);
+    ASSERT_TRUE(std::filesystem::remove(path("pavo-0")));
+    camera_ = start("again", {"camera"});
+    ASSERT_TRUE(waitForText("again.err", "Pavo Camera is up: node pavo-camera, process"));
+    EXPECT_TRUE(std::filesystem::exists(path("pavo-0")));
+    EXPECT_EQ(run({"view", "--remote", "pavo-0", "--frames", "1"}).exitCode, 0);
 }
 
 TEST_F(CommandOutput, ViewTellsEachFrameAndTheStatistics)
