@@ -119,7 +119,7 @@ function(pavo_test name)
   if(NOT "${arg_SOURCES};" MATCHES "\\.(c|mm);")
     target_precompile_headers(${name} REUSE_FROM TestHeaders)
   endif()
-  gtest_discover_tests(${name} TEST_PREFIX "" DISCOVERY_TIMEOUT 60
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
     PROPERTIES TIMEOUT ${arg_TIMEOUT} ${arg_PROPERTIES})
   # Not among the properties above, where a list of labels would come apart.
   set(labels ${CMAKE_CURRENT_BINARY_DIR}/${name}_labels.cmake)

@@ -6,7 +6,8 @@
 namespace pavo {
 
 // The host may replace the interceptor while other threads log. The free functions are the form of an atomic
-// shared pointer that every standard library in use has.
+// shared pointer that every standard library in use has, though the newer ones wish for the other form.
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
 GlobalLoggingConfig& GlobalLoggingConfig::shared()
 {

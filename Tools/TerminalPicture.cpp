@@ -147,7 +147,7 @@ std::string TerminalPicture::draw(const CameraFrame& frame, const TerminalSize& 
     } else {
         drawing.append(moveTo(row, left)).append(text);
     }
-    ::g_string_free(printed, TRUE);
+    g_string_free(printed, TRUE);  // A macro in newer GLibs.
     return drawing;
 }
 

@@ -2,6 +2,7 @@
 
 #include "Platform/Support/Ref.h"
 
+#include <cstdint>
 #include <iterator>
 
 const CFStringRef kCMTimeValueKey = CFSTR("value");

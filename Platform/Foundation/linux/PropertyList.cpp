@@ -33,8 +33,13 @@ std::optional<std::string> propertyListString(const std::string& path, const cha
 {
     const auto content = contentOf(path);
     if (!content) return std::nullopt;
+    const auto size = static_cast<std::uint32_t>(content->size());
     plist_t parsed = nullptr;
-    plist_from_memory(content->data(), static_cast<std::uint32_t>(content->size()), &parsed);
+    // One function for both forms exists, too, but not with the same arguments in all versions.
+    if (plist_is_binary(content->data(), size))
+        plist_from_bin(content->data(), size, &parsed);
+    else
+        plist_from_xml(content->data(), size, &parsed);
     const PropertyList root(parsed, plist_free);
     if (plist_get_node_type(root.get()) != PLIST_DICT) return std::nullopt;
     const plist_t value = plist_dict_get_item(root.get(), key);
