@@ -66,15 +66,23 @@ PipeWireSession::Object parseObject(const nlohmann::json& entry)
     return object;
 }
 
+// Whether its scripts, which link clients, are loaded.
+bool isReadyManager(const PipeWireSession::Object& object)
+{
+    const auto property = [&object](const char* name) {
+        const auto found = object.properties.find(name);
+        return found == object.properties.end() ? std::string() : found->second;
+    };
+    // WirePlumber 0.4 makes this second connection last; 0.5 then names what it does.
+    return object.type == "Client" &&
+           (property("application.name") == "WirePlumber [export]" ||
+            property("session.services").find("policy.linking.standard") != std::string::npos);
+}
+
 bool isSessionManagerReady()
 {
-    // Its second connection comes after its scripts, which link clients, are loaded.
     const auto objects = PipeWireSession::objects();
-    return std::any_of(objects.begin(), objects.end(), [](const PipeWireSession::Object& object) {
-        const auto name = object.properties.find("application.name");
-        return object.type == "Client" && name != object.properties.end() &&
-               name->second == "WirePlumber [export]";
-    });
+    return std::any_of(objects.begin(), objects.end(), isReadyManager);
 }
 
 }  // namespace
