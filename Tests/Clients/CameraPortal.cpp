@@ -28,24 +28,27 @@ void describeDesktop(const std::string& folder)
         << "\nInterfaces=org.freedesktop.impl.portal.Access;\nUseIn=" << kDesktop << "\n";
 }
 
-bool succeeds(std::vector<std::string> call, const std::string& output = {})
+// Whether the answer to a call with busctl is yes. Keeps it in `folder`.
+bool isTrue(std::vector<std::string> call, const std::string& folder)
 {
-    ChildProcess process(std::move(call), output);
-    return process.waitForExit(kPatience) == 0;
+    const std::string output = folder + "/bus-answer";
+    call.insert(call.begin(), {"busctl", "--user"});
+    ChildProcess process(call, output);
+    return process.waitForExit(kPatience) == 0 && readFile(output) == "b true\n";
 }
 
-bool hasName(const std::string& name)
+bool hasName(const std::string& name, const std::string& folder)
 {
-    return succeeds({"busctl", "--user", "--quiet", "status", name});
+    return isTrue({"call", "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                   "NameHasOwner", "s", name},
+                  folder);
 }
 
 bool knowsACamera(const std::string& folder)
 {
-    const std::string output = folder + "/is-camera-present";
-    return succeeds({"busctl", "--user", "get-property", "org.freedesktop.portal.Desktop", kPortalPath,
-                     "org.freedesktop.portal.Camera", "IsCameraPresent"},
-                    output) &&
-           readFile(output) == "b true\n";
+    return isTrue({"get-property", "org.freedesktop.portal.Desktop", kPortalPath,
+                   "org.freedesktop.portal.Camera", "IsCameraPresent"},
+                  folder);
 }
 
 }  // namespace
@@ -69,7 +72,7 @@ CameraPortal::CameraPortal(const std::string& folder)
                                          [this](sd_bus_message* call) { return answer(call); });
     permissions_ = ChildProcess({kPermissionsProgram}, folder + "/permissions.log");
     if (!user_->isReady() ||
-        !eventually([] { return hasName("org.freedesktop.impl.portal.PermissionStore"); }))
+        !eventually([&folder] { return hasName("org.freedesktop.impl.portal.PermissionStore", folder); }))
         return;
     portal_ = ChildProcess({"env", "XDG_DESKTOP_PORTAL_DIR=" + folder + "/portals",
                             std::string("XDG_CURRENT_DESKTOP=") + kDesktop, kPortalProgram, "--verbose"},
