@@ -5,14 +5,19 @@
 // Use: draw-placeholder <file.png>
 
 #include <cairo.h>
+#include <spng.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <numbers>
+#include <vector>
 
 namespace {
 
@@ -199,6 +204,48 @@ void setTextQuality(cairo_t* canvas)
     cairo_font_options_destroy(options);
 }
 
+std::vector<std::uint8_t> redGreenBlueOf(cairo_surface_t* surface)
+{
+    cairo_surface_flush(surface);
+    const auto* pixels = cairo_image_surface_get_data(surface);
+    const int stride = cairo_image_surface_get_stride(surface);
+    std::vector<std::uint8_t> bytes;
+    bytes.reserve(std::size_t{3} * kWidth * kHeight);
+    for (int y = 0; y < kHeight; ++y) {
+        const auto* row =
+            reinterpret_cast<const std::uint32_t*>(pixels + static_cast<std::ptrdiff_t>(y) * stride);
+        for (int x = 0; x < kWidth; ++x)
+            for (const unsigned shift : {16U, 8U, 0U})
+                bytes.push_back(static_cast<std::uint8_t>(row[x] >> shift));
+    }
+    return bytes;
+}
+
+// Without PNG's filters: the pattern in the ground repeats itself as it is, so the file gets smaller, and a
+// camera has decoded it in half the time.
+bool write(cairo_surface_t* surface, const char* path)
+{
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path, "wbe"), std::fclose);
+    const std::unique_ptr<spng_ctx, void (*)(spng_ctx*)> encoder(spng_ctx_new(SPNG_CTX_ENCODER),
+                                                                 spng_ctx_free);
+    if (!file || !encoder) {
+        std::fprintf(stderr, "%s: %s\n", path, std::strerror(errno));
+        return false;
+    }
+    spng_set_png_file(encoder.get(), file.get());
+    spng_set_option(encoder.get(), SPNG_FILTER_CHOICE, SPNG_FILTER_CHOICE_NONE);
+    spng_set_option(encoder.get(), SPNG_IMG_COMPRESSION_LEVEL, 9);
+    spng_set_option(encoder.get(), SPNG_IMG_MEM_LEVEL, 9);
+    spng_ihdr header{kWidth, kHeight, 8, SPNG_COLOR_TYPE_TRUECOLOR, 0, 0, SPNG_INTERLACE_NONE};
+    spng_set_ihdr(encoder.get(), &header);
+    const auto pixels = redGreenBlueOf(surface);
+    const int error =
+        spng_encode_image(encoder.get(), pixels.data(), pixels.size(), SPNG_FMT_PNG, SPNG_ENCODE_FINALIZE);
+    if (error == 0 && std::fflush(file.get()) == 0) return true;
+    std::fprintf(stderr, "%s: %s\n", path, error ? spng_strerror(error) : std::strerror(errno));
+    return false;
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -218,8 +265,5 @@ int main(int argc, char** argv)
     drawText(canvas.get(), "Pavo Camera", "Inter Semi Bold", 172, 1120, kPaper);
     drawText(canvas.get(), "Open your producer app to start the picture", "Inter Medium", 76, 1262, kMist);
 
-    const auto status = cairo_surface_write_to_png(surface.get(), argv[1]);
-    if (status == CAIRO_STATUS_SUCCESS) return 0;
-    std::fprintf(stderr, "%s: %s\n", argv[1], cairo_status_to_string(status));
-    return 1;
+    return write(surface.get(), argv[1]) ? 0 : 1;
 }

@@ -8,8 +8,8 @@
 namespace pavo::test {
 
 // OBS Studio on a screen of its own that nobody sees, with one scene: the camera, through the camera portal,
-// over the whole picture. It records from its start until it is gone. The recording is raw video in NUT, into a
-// named pipe, so that each picture can be looked at while OBS runs.
+// over the whole picture. It records from its start until it is gone. The recording is raw video in NUT, into
+// a named pipe, so that each picture can be looked at while OBS runs.
 //
 // Its home and configuration are those of the PipeWireSession that runs.
 class ObsStudio {
@@ -17,7 +17,8 @@ public:
     // False, with the reason, where OBS, its source of PipeWire cameras or the screen is not installed.
     static bool isAvailable(std::string* why);
 
-    // `folder` is the session's. The recording has pictures of the given size, which OBS scales the camera to.
+    // `folder` is the session's. The recording has pictures of the given size, which OBS scales the camera
+    // to.
     ObsStudio(const std::string& folder, std::uint32_t width, std::uint32_t height);
     ~ObsStudio();
     ObsStudio(const ObsStudio&) = delete;

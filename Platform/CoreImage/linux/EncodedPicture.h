@@ -19,17 +19,17 @@ public:
     static constexpr std::uint32_t kDimensionLimit = 16384;
     static constexpr std::uint64_t kPixelCountLimit = 64U << 20U;
 
-    // Reads a PNG file of any kind and sees that it can be decoded. Null, with a line in the log, where it is
+    // Reads a PNG file of any kind and sees that it is whole. Null, with a line in the log, where it is
     // missing, broken or too large.
     static std::shared_ptr<const EncodedPicture> fromFile(const std::string& path);
 
-    // `png` has been decoded once, and is `width` × `height`.
+    // `png` is whole, and `width` × `height`.
     EncodedPicture(std::string path, std::vector<std::uint8_t> png, std::uint32_t width,
                    std::uint32_t height);
 
     std::uint32_t width() const { return width_; }
     std::uint32_t height() const { return height_; }
-    // None, with a line in the log, where memory is out.
+    // None, with a line in the log, where memory is out, or whoever wrote the picture wrote no pixels.
     std::optional<Picture> decoded() const;
 
 private:

@@ -5,19 +5,38 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <spng.h>
 
 namespace {
 
 using namespace pavo::test;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 
 Pixel black(std::uint32_t, std::uint32_t)
 {
     return {};
+}
+
+// Writes the check sum of the first chunk of that name anew.
+void sumAnew(std::string& png, const char* name)
+{
+    const auto chunk = png.find(name);
+    const auto* size = reinterpret_cast<const std::uint8_t*>(png.data()) + chunk - 4;
+    const std::size_t end = chunk + 4 + (size[2] << 8U | size[3]);
+    std::uint32_t sum = 0xFFFFFFFFU;
+    for (std::size_t i = chunk; i < end; ++i) {
+        sum ^= static_cast<std::uint8_t>(png[i]);
+        for (int bit = 0; bit < 8; ++bit)
+            sum = (sum >> 1U) ^ ((sum & 1U) != 0 ? 0xEDB88320U : 0U);
+    }
+    for (std::size_t i = 0; i < 4; ++i)
+        png[end + i] = static_cast<char>(~sum >> (24 - 8 * i));
 }
 
 class CIImageTest : public testing::Test {
@@ -59,9 +78,16 @@ TEST_F(CIImageTest, AFileThatIsNoPictureGivesNoImageAndALineInTheLog)
     EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("Cannot decode picture " + path()));
 }
 
-TEST_F(CIImageTest, AFolderGivesNoImage)
+TEST_F(CIImageTest, WhatIsNoRegularFileGivesNoImageAndOneLineInTheLogWithoutWaiting)
 {
-    EXPECT_FALSE(ci::Image::imageWithContentsOfFile(testing::TempDir()));
+    ASSERT_EQ(::mkfifo(path().c_str(), 0600), 0);
+    for (const std::string& odd : {path(), std::string("/dev/zero"), testing::TempDir()}) {
+        testing::internal::CaptureStderr();
+        EXPECT_FALSE(ci::Image::imageWithContentsOfFile(odd));
+        const std::string log = testing::internal::GetCapturedStderr();
+        EXPECT_THAT(log, EndsWith("Cannot open picture " + odd + ": not a regular file\n"));
+        EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1);
+    }
 }
 
 TEST_F(CIImageTest, AFileOfMoreThan64MebibytesGivesNoImage)
@@ -82,17 +108,31 @@ TEST_F(CIImageTest, ATruncatedPictureGivesNoImageWhereverItEnds)
         return Pixel{static_cast<std::uint8_t>(x * 13 + y * 7), static_cast<std::uint8_t>(x * y), 0, 255};
     });
     ASSERT_TRUE(imageFrom(whole));
-    // After the last pixel come two check sums and the end chunk; a picture is whole without them.
-    constexpr std::size_t kTrailerSize = 4 + 4 + 12;
-    for (std::size_t size = 0; size + kTrailerSize < whole.size(); size += 5)
+    for (std::size_t size = 0; size < whole.size(); ++size)
         EXPECT_FALSE(imageFrom(whole.substr(0, size))) << size;
 }
 
 TEST_F(CIImageTest, ADamagedPictureGivesNoImage)
 {
+    const auto whole = pngBytes(20, 20, black);
+    ASSERT_TRUE(imageFrom(whole));
+    for (std::size_t index = 0; index < whole.size(); ++index) {
+        auto bytes = whole;
+        bytes[index] ^= 0x40;
+        EXPECT_FALSE(imageFrom(bytes)) << index;
+    }
+}
+
+// Such a file comes from a broken program, not from a broken disk.
+TEST_F(CIImageTest, APictureThatWasWrittenWithoutPixelsIsNotDrawnAndGivesALineInTheLog)
+{
     auto bytes = pngBytes(20, 20, black);
     bytes[bytes.find("IDAT") + 8] ^= 0x40;
-    EXPECT_FALSE(imageFrom(bytes));
+    sumAnew(bytes, "IDAT");
+    testing::internal::CaptureStderr();
+    const auto pixels = drawn(bytes);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("Cannot decode picture " + path()));
+    EXPECT_EQ(pixels, std::vector(400, Pixel{0x55, 0x55, 0x55, 0x55}));
 }
 
 TEST_F(CIImageTest, APictureBeyondTheDimensionLimitGivesNoImage)
@@ -108,15 +148,7 @@ TEST_F(CIImageTest, APictureWithTooManyPixelsGivesNoImage)
     // A header that promises 16384 × 16384, with its check sum.
     const auto header = bytes.find("IHDR");
     bytes.replace(header + 4, 8, std::string("\0\0\x40\0\0\0\x40\0", 8));
-    std::uint32_t sum = 0xFFFFFFFFU;
-    for (std::size_t i = header; i < header + 17; ++i) {
-        sum ^= static_cast<std::uint8_t>(bytes[i]);
-        for (int bit = 0; bit < 8; ++bit)
-            sum = (sum >> 1U) ^ ((sum & 1U) != 0 ? 0xEDB88320U : 0U);
-    }
-    sum = ~sum;
-    for (std::size_t i = 0; i < 4; ++i)
-        bytes[header + 17 + i] = static_cast<char>(sum >> (24 - 8 * i));
+    sumAnew(bytes, "IHDR");
     testing::internal::CaptureStderr();
     EXPECT_FALSE(imageFrom(bytes));
     EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("limit"));
