@@ -4,6 +4,7 @@
 #   pavo_face(Name …)       a C++ face of an Objective-C framework, as Platform/<Name>/*.h, …/linux and …/mac
 #   pavo_product(Name …)    a product module: sees headers of faces and frameworks, links none of them
 #   pavo_test(Name …)       a GoogleTest program; names the implementations, or the doubles, that it links
+#   pavo_test_library(Name …)  what several such programs have in common
 #   pavo_check_headers(Name …)  compiles each header of a framework alone, as C and as C++
 #
 # Every framework and face is two targets: <Name>_headers (what the product may see) and <Name> (what
@@ -98,6 +99,27 @@ endfunction()
 # for threads, so all are.
 set(PAVO_TEST_OPTIONS -pthread $<$<CONFIG:Debug>:-g1>)
 
+function(pavo_compile_as_test target)
+  pavo_defaults(${target})
+  target_compile_options(${target} PRIVATE ${PAVO_TEST_OPTIONS})
+  get_target_property(sources ${target} SOURCES)
+  if(NOT "${sources};" MATCHES "\\.(c|mm);")
+    target_precompile_headers(${target} REUSE_FROM TestHeaders)
+  endif()
+endfunction()
+
+# What several test programs have in common.
+function(pavo_test_library name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LIBS" ${ARGN})
+  add_library(${name} STATIC ${arg_SOURCES})
+  target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${name} PUBLIC ${arg_LIBS} GTest::gmock GTest::gtest)
+  pavo_compile_as_test(${name})
+  # The precompiled header is a program's, and the library goes into programs only.
+  set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
+  target_compile_options(${name} PRIVATE -fPIE)
+endfunction()
+
 # WRAPS names C functions that the test replaces (GNU ld --wrap): it defines __wrap_<name> and may call
 # __real_<name>. LIBS are linked in the order given: product modules first, then what implements them.
 function(pavo_test name)
@@ -114,11 +136,7 @@ function(pavo_test name)
   foreach(symbol ${arg_WRAPS})
     target_link_options(${name} PRIVATE -Wl,--wrap=${symbol})
   endforeach()
-  pavo_defaults(${name})
-  target_compile_options(${name} PRIVATE ${PAVO_TEST_OPTIONS})
-  if(NOT "${arg_SOURCES};" MATCHES "\\.(c|mm);")
-    target_precompile_headers(${name} REUSE_FROM TestHeaders)
-  endif()
+  pavo_compile_as_test(${name})
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
     PROPERTIES TIMEOUT ${arg_TIMEOUT} ${arg_PROPERTIES})
   # Not among the properties above, where a list of labels would come apart.

@@ -1,8 +1,10 @@
 #pragma once
 
-// What nearly every test program includes, compiled once for all of them. A test still includes what it uses.
+// What tests include and compilers are slow with, compiled once for all of them.
+// A test still includes what it uses.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <chrono>
 #include <filesystem>
