@@ -2,8 +2,8 @@
 function(embed variable file)
   file(READ ${FOLDER}/${file} bytes HEX)
   string(REGEX REPLACE "(..)" "'\\\\x\\1'," bytes "${bytes}")
-  string(REGEX REPLACE "(('[^']*',)('[^']*',)('[^']*',)('[^']*',)('[^']*',)('[^']*',)('[^']*',)('[^']*',))" "\\1\n"
-    bytes "${bytes}")
+  string(REPEAT "'[^']*'," 8 line)
+  string(REGEX REPLACE "(${line})" "\\1\n" bytes "${bytes}")
   set(code "${code}constexpr char ${variable}[] = {\n${bytes}};\n" PARENT_SCOPE)
 endfunction()
 

@@ -1,6 +1,6 @@
 # Builds for macOS on Debian 12 with nothing of Apple's: Debian's clang, lld and libc++ headers, this
-# project's declarations of the C library and the frameworks, and link stubs made from MacOS/stubs. A toolchain
-# file.
+# project's declarations of the C library and the frameworks, and link stubs made from MacOS/stubs. A
+# toolchain file.
 set(CMAKE_SYSTEM_NAME Darwin)
 set(CMAKE_SYSTEM_PROCESSOR arm64)
 set(CMAKE_OSX_ARCHITECTURES arm64 x86_64 CACHE STRING "Architectures of the universal files")

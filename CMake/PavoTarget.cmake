@@ -20,7 +20,8 @@ function(pavo_defaults target)
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}/= -Wall -Wextra -Wshadow
     $<$<BOOL:${PAVO_WARNINGS_AS_ERRORS}>:-Werror>)
   if(APPLE)
-    # Objects of dispatch are plain pointers in every file, as in C++, so functions that take them keep one name.
+    # Objects of dispatch are plain pointers in every file, as in C++, so functions that take them keep one
+    # name.
     target_compile_definitions(${target} PRIVATE OS_OBJECT_USE_OBJC=0)
     target_compile_options(${target} PRIVATE $<$<COMPILE_LANGUAGE:OBJCXX>:-fobjc-arc -fblocks
       -Wprotocol -Wundeclared-selector -Warc-repeated-use-of-weak>)
@@ -94,9 +95,9 @@ function(pavo_double name)
   pavo_defaults(${name})
 endfunction()
 
-# What all test programs are compiled with: they share a precompiled header, so they must agree on it. Where a test
-# failed is told by lines; its variables would cost each build a sixth of its time. PipeWire's users are compiled
-# for threads, so all are.
+# What all test programs are compiled with: they share a precompiled header, so they must agree on it. Where a
+# test failed is told by lines; its variables would cost each build a sixth of its time. PipeWire's users are
+# compiled for threads, so all are.
 set(PAVO_TEST_OPTIONS -pthread $<$<CONFIG:Debug>:-g1>)
 
 function(pavo_compile_as_test target)

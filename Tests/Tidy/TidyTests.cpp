@@ -35,20 +35,29 @@ bool isCode(const fs::path& path)
     return endings.contains(path.extension().string());
 }
 
+bool isBuildFile(const fs::path& path)
+{
+    return path.filename() == "CMakeLists.txt" || path.extension() == ".cmake" ||
+           path.string().ends_with(".cmake.in");
+}
+
+SourceFile sourceFile(const fs::path& path)
+{
+    SourceFile file{fs::relative(path, root()).string(), {}};
+    std::ifstream stream(path);
+    for (std::string line; std::getline(stream, line);)
+        file.lines.push_back(line);
+    return file;
+}
+
 std::vector<SourceFile> filesUnder(const std::vector<std::string>& folders,
                                    const std::function<bool(const fs::path&)>& wanted = isCode)
 {
     std::vector<SourceFile> files;
     for (const auto& folder : folders) {
         if (!fs::exists(root() / folder)) continue;
-        for (const auto& entry : fs::recursive_directory_iterator(root() / folder)) {
-            if (!entry.is_regular_file() || !wanted(entry.path())) continue;
-            SourceFile file{fs::relative(entry.path(), root()).string(), {}};
-            std::ifstream stream(entry.path());
-            for (std::string line; std::getline(stream, line);)
-                file.lines.push_back(line);
-            files.push_back(std::move(file));
-        }
+        for (const auto& entry : fs::recursive_directory_iterator(root() / folder))
+            if (entry.is_regular_file() && wanted(entry.path())) files.push_back(sourceFile(entry.path()));
     }
     return files;
 }
@@ -74,6 +83,16 @@ const std::vector<std::string>& codeFolders()
                                                      "Resources",
                                                      "Benchmarks"};
     return folders;
+}
+
+// The code, and what describes its build.
+std::vector<SourceFile> codeAndBuildFiles()
+{
+    auto folders = codeFolders();
+    folders.insert(folders.end(), {"CMake", "MacOS", "Packaging"});
+    auto files = filesUnder(folders, [](const fs::path& path) { return isCode(path) || isBuildFile(path); });
+    files.push_back(sourceFile(root() / "CMakeLists.txt"));
+    return files;
 }
 
 // Reports each line of the files that `isBad` says yes to.
@@ -219,7 +238,7 @@ TEST(Tidy, HeadersAreIncludedOnce)
 TEST(Tidy, LinesAreAtMost110ColumnsWithoutTabsOrTrailingBlanks)
 {
     expectNoLine(
-        filesUnder(codeFolders()),
+        codeAndBuildFiles(),
         [](const std::string& line) {
             // Columns, not bytes: the second and later bytes of a UTF-8 character take none.
             const auto columns = std::count_if(line.begin(), line.end(), [](char c) {
@@ -236,7 +255,7 @@ TEST(Tidy, NothingIsLeftForLater)
     const std::vector<std::string> words = {std::string("TO") + "DO", std::string("FIX") + "ME",
                                             std::string("XX") + "X:"};
     expectNoLine(
-        filesUnder(codeFolders()),
+        codeAndBuildFiles(),
         [&words](const std::string& line) {
             return std::any_of(words.begin(), words.end(), [&line](const std::string& word) {
                 return line.find(word) != std::string::npos;
