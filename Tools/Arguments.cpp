@@ -110,6 +110,14 @@ Result<Packing> parsePacking(std::string_view text)
     return Problem{"a format is UYVY, YUY2, NV12, I420 or BGRA, not " + quoted(text)};
 }
 
+Result<std::optional<Matrix>> parseMatrix(std::string_view text)
+{
+    if (text == "auto") return std::optional<Matrix>();
+    if (text == "bt601") return std::optional(Matrix::bt601);
+    if (text == "bt709") return std::optional(Matrix::bt709);
+    return Problem{"a matrix is auto, bt601 or bt709, not " + quoted(text)};
+}
+
 Result<std::string> numberedName(std::string_view pattern, unsigned number)
 {
     const Problem problem{"a file name for several pictures holds one number, as shot-%04d.png, unlike " +

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Tools/FrameSource.h"
+#include "Tools/Matrix.h"
 #include "Tools/Result.h"
 
 #include <string>
@@ -32,6 +33,8 @@ Result<double> parseDelay(std::string_view text);
 Result<std::string> parseName(std::string_view text);
 // A name as nameOf(Packing) gives it, in any case.
 Result<Packing> parsePacking(std::string_view text);
+// "bt601" or "bt709", or "auto", which leaves it open.
+Result<std::optional<Matrix>> parseMatrix(std::string_view text);
 // Puts a number into the one place of a file name that asks for it: "shot-%04d.png".
 Result<std::string> numberedName(std::string_view pattern, unsigned number);
 

@@ -262,6 +262,7 @@ void CameraClient::Impl::deliver(pw_buffer& buffer)
     frame.width = info.size.width;
     frame.height = info.size.height;
     frame.strideBytes = static_cast<std::uint32_t>(data.chunk->stride);
+    frame.matrix = info.color_matrix == SPA_VIDEO_COLOR_MATRIX_BT709 ? Matrix::bt709 : Matrix::bt601;
     frame.presentationTimeNs = -1;
     frame.arrivalNs = arrival;
     const auto* header = static_cast<const spa_meta_header*>(

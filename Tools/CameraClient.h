@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Tools/Matrix.h"
+
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -25,6 +27,7 @@ struct CameraFrame {
     std::uint32_t width;
     std::uint32_t height;
     std::uint32_t strideBytes;        // of the first plane
+    Matrix matrix;                    // of luma and chroma; BT.601's where the camera does not say
     std::int64_t presentationTimeNs;  // of the frame's header; -1 where there is none
     std::uint64_t sequence;           // of the frame's header; 0 where there is none
     std::int64_t arrivalNs;           // CLOCK_MONOTONIC

@@ -1,6 +1,7 @@
 #include "Tools/CameraViewer.h"
 
 #include "Tools/Arguments.h"
+#include "Tools/MatrixConversion.h"
 #include "Tools/PngFile.h"
 
 #include <algorithm>
@@ -106,7 +107,10 @@ bool CameraViewer::writeVideo(const KeptFrame& kept)
         if (framesWritten_ == 0)
             isGood = std::fprintf(file, "YUV4MPEG2 W%u H%u F60:1 Ip A1:1 C420mpeg2 XCOLORRANGE=LIMITED\n",
                                   kept.frame.width, kept.frame.height) > 0;
-        const Image image = i420Of(kept.frame);
+        Image image = i420Of(kept.frame);
+        // The header has no word for the matrix, so readers take the usual one.
+        const Matrix usual = usualMatrix(kept.frame.height);
+        if (usual != kept.frame.matrix) MatrixConversion(kept.frame.matrix, usual).convert(image.view());
         isGood = isGood && std::fputs("FRAME\n", file) >= 0 &&
                  std::fwrite(image.bytes().data(), 1, image.bytes().size(), file) == image.bytes().size();
     } else {

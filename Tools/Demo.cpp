@@ -121,10 +121,10 @@ bool Demo::startClients()
 
     const std::string size =
         "width=" + std::to_string(kPictureWidth) + ",height=" + std::to_string(kPictureHeight);
-    auto options =
-        optionsFor({"gst-launch-1.0", "-q", "pipewiresrc", "target-object=pavo-camera", "!", "video/x-raw",
-                    "!", "videoscale", "!", "video/x-raw," + size, "!", "videoconvert", "!",
-                    "video/x-raw,format=RGB," + size, "!", "fdsink", "fd=1", "sync=false"});
+    auto options = optionsFor({"gst-launch-1.0", "-q", "pipewiresrc", "target-object=pavo-camera", "!",
+                               "video/x-raw,colorimetry=2:4:7:1", "!", "videoscale", "!",
+                               "video/x-raw," + size, "!", "videoconvert", "!",
+                               "video/x-raw,format=RGB," + size, "!", "fdsink", "fd=1", "sync=false"});
     auto [readEnd, writeEnd] = Pipe::create();
     options.standardOutput = std::move(writeEnd);
     // The camera's node must be there before GStreamer asks for it by name.

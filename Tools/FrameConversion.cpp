@@ -20,6 +20,11 @@ const std::uint8_t* chromaPlane(const CameraFrame& frame)
     return frame.bytes.data() + std::size_t{frame.strideBytes} * frame.height;
 }
 
+const libyuv::YuvConstants& constantsOf(Matrix matrix)
+{
+    return matrix == Matrix::bt601 ? libyuv::kYuvI601Constants : libyuv::kYuvH709Constants;
+}
+
 VideoFormat fittedFormat(const CameraFrame& frame, std::uint32_t mostWidth, std::uint32_t mostHeight)
 {
     const double scale =
@@ -99,7 +104,7 @@ std::vector<std::uint8_t> rgbOf(const CameraFrame& frame)
     libyuv::I420ToARGBMatrix(view.planes[0].data, signedOf(view.planes[0].strideBytes), view.planes[1].data,
                              signedOf(view.planes[1].strideBytes), view.planes[2].data,
                              signedOf(view.planes[2].strideBytes), bgra.data(), width * 4,
-                             &libyuv::kYuvH709Constants, width, height);
+                             &constantsOf(frame.matrix), width, height);
     libyuv::ARGBToRAW(bgra.data(), width * 4, rgb.data(), width * 3, width, height);
     return rgb;
 }
@@ -132,7 +137,7 @@ Image bgraOf(const CameraFrame& frame, std::uint32_t mostWidth, std::uint32_t mo
                       smallWidth, smallHeight, libyuv::kFilterBox);
     libyuv::I420ToARGBMatrix(smallY.data, signedOf(smallY.strideBytes), smallU.data,
                              signedOf(smallU.strideBytes), smallV.data, signedOf(smallV.strideBytes), data,
-                             signedOf(stride), &libyuv::kYuvH709Constants, smallWidth, smallHeight);
+                             signedOf(stride), &constantsOf(frame.matrix), smallWidth, smallHeight);
     return picture;
 }
 

@@ -20,7 +20,7 @@ struct KeptFrame {
 // Whether a frame's bytes are as many as its format, size and stride need.
 bool isWhole(const CameraFrame& frame);
 
-// Colours as the camera means them: BT.709, video range. The frame must be whole.
+// Colours as the camera means them: with the frame's matrix, in video range. The frame must be whole.
 std::vector<std::uint8_t> rgbOf(const CameraFrame& frame);
 Image i420Of(const CameraFrame& frame);
 // For screens: opaque BGRA of the frame's shape, at most that large, and no larger than the frame, which must

@@ -1,6 +1,7 @@
 #include "Tools/Arguments.h"
 #include "Tools/ByteReader.h"
 #include "Tools/Commands.h"
+#include "Tools/ConvertedSource.h"
 #include "Tools/FrameSender.h"
 #include "Tools/PatternSource.h"
 #include "Tools/PictureSource.h"
@@ -22,6 +23,7 @@ struct SendOptions {
     std::string pngPath;
     std::string size;
     std::string packing;
+    std::string matrix;
     std::string rate;
     std::uint64_t frames = 0;
     bool isJson = false;
@@ -38,8 +40,12 @@ std::string conflictIn(const SendOptions& options)
     if (isStream && !options.pngPath.empty()) return "send either --png or standard input";
     if (!options.pngPath.empty() && !options.size.empty()) return "a PNG has its own size: leave --size out";
     if (!options.packing.empty() && !isStream) return "--format describes raw video on standard input: add -";
+    if (!options.matrix.empty() && !isStream) return "--matrix describes video on standard input: add -";
     if (isStream && options.size.empty() != options.packing.empty())
         return "raw video needs both --size and --format; YUV4MPEG2 needs neither";
+    if (!options.matrix.empty() && !options.packing.empty() &&
+        parsePacking(options.packing).value() == Packing::bgra)
+        return "BGRA has no matrix: leave --matrix out";
     return {};
 }
 
@@ -58,9 +64,22 @@ Source openStandardInput(const SendOptions& options, const StopSignal& stop)
     return Problem{"standard input is not YUV4MPEG2; raw video needs --size and --format"};
 }
 
+// Frames as the camera wants them.
+Source withMatrixOfCamera(Source source, const SendOptions& options)
+{
+    if (!source) return source;
+    const VideoFormat format = source.value()->format();
+    std::optional<Matrix> matrix;
+    if (!options.matrix.empty()) matrix = parseMatrix(options.matrix).value();
+    if (!matrix) matrix = usualMatrix(format.height);
+    if (format.packing == Packing::bgra || *matrix == Matrix::bt601) return source;
+    return std::unique_ptr<FrameSource>(
+        std::make_unique<ConvertedSource>(std::move(source.value()), *matrix));
+}
+
 Source openSource(const SendOptions& options, const StopSignal& stop)
 {
-    if (!options.input.empty()) return openStandardInput(options, stop);
+    if (!options.input.empty()) return withMatrixOfCamera(openStandardInput(options, stop), options);
     if (!options.pngPath.empty()) {
         auto picture = readPng(options.pngPath);
         if (!picture) return picture.problem();
@@ -107,6 +126,11 @@ void addSendCommand(CLI::App& app, int& exitCode)
     command->add_option("--format", options->packing, "Of raw video: UYVY, YUY2, NV12, I420 or BGRA")
         ->check(checkedBy(parsePacking))
         ->type_name("FORMAT");
+    command
+        ->add_option("--matrix", options->matrix,
+                     "Of YUV video: auto, bt601 or bt709; auto is bt709 from 720 lines on")
+        ->check(checkedBy(parseMatrix))
+        ->type_name("MATRIX");
     command
         ->add_option("--fps", options->rate,
                      "Frames per second, as 29.97 or 30000/1001; default: what the input says, or 60")

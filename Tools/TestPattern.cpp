@@ -14,14 +14,14 @@ struct Colour {
 
 constexpr Colour kBlack{16, 128, 128};
 constexpr Colour kWhite{235, 128, 128};
-// Bars of 75 %, BT.709: white, yellow, cyan, green, magenta, red, blue.
+// Bars of 75 %, BT.601: white, yellow, cyan, green, magenta, red, blue.
 constexpr std::array<Colour, 7> kBars = {{{180, 128, 128},
-                                          {168, 44, 136},
-                                          {145, 147, 44},
-                                          {134, 63, 52},
-                                          {63, 193, 204},
-                                          {51, 109, 212},
-                                          {28, 212, 120}}};
+                                          {162, 44, 142},
+                                          {131, 156, 44},
+                                          {112, 72, 58},
+                                          {84, 184, 198},
+                                          {65, 100, 212},
+                                          {35, 212, 114}}};
 
 struct Box {
     double left, top, right, bottom;  // in parts of the picture

@@ -4,6 +4,7 @@
 _pavo_values() {
     case "$1 $2" in
         "send --format") echo "UYVY YUY2 NV12 I420 BGRA" ;;
+        "send --matrix") echo "auto bt601 bt709" ;;
         "view --format") echo "YUY2 UYVY NV12 BGRx" ;;
         "preview --graphics") echo "auto symbols sixels kitty" ;;
         "demo --pipewire") echo "auto running private embedded" ;;

@@ -18,12 +18,8 @@ namespace {
 using Rgb = std::array<int, 3>;
 
 // Bars of 75 %: white, yellow, cyan, green, magenta, red, blue.
-using Bars = std::array<Rgb, 7>;
-constexpr Bars kRightBars = {
+constexpr std::array<Rgb, 7> kBars = {
     {{191, 191, 191}, {191, 191, 0}, {0, 191, 191}, {0, 191, 0}, {191, 0, 191}, {191, 0, 0}, {0, 0, 191}}};
-// Their BT.709 YUV, read as BT.601.
-constexpr Bars kBarsAsBT601 = {
-    {{191, 191, 191}, {190, 203, 8}, {16, 211, 189}, {16, 225, 6}, {176, 0, 186}, {175, 0, 2}, {1, 0, 183}}};
 // Where nothing covers the bars, in parts of the height.
 constexpr double kBarHeight = 0.185;
 
@@ -106,17 +102,16 @@ std::optional<std::uint32_t> counterOf(const ClientPicture& picture)
     });
 }
 
-int worstBarError(const ClientPicture& picture, Reading reading)
+int worstBarError(const ClientPicture& picture)
 {
     if (picture.rgb.empty()) return 255;
-    const Bars& bars = reading == Reading::bt709 ? kRightBars : kBarsAsBT601;
     int worst = 0;
-    for (std::size_t bar = 0; bar < bars.size(); ++bar) {
-        const double middle = (static_cast<double>(bar) + 0.5) / bars.size();
+    for (std::size_t bar = 0; bar < kBars.size(); ++bar) {
+        const double middle = (static_cast<double>(bar) + 0.5) / kBars.size();
         const Rgb colour = pixel(picture, static_cast<std::uint32_t>(middle * picture.width),
                                  static_cast<std::uint32_t>(kBarHeight * picture.height));
         for (std::size_t channel = 0; channel < 3; ++channel)
-            worst = std::max(worst, std::abs(colour[channel] - bars[bar][channel]));
+            worst = std::max(worst, std::abs(colour[channel] - kBars[bar][channel]));
     }
     return worst;
 }

@@ -24,17 +24,13 @@ void keepPicture(const ClientPicture& picture, const std::string& name);
 // The counter of `pavo send`'s test pattern, where the picture shows the whole pattern and nothing else.
 std::optional<std::uint32_t> counterOf(const ClientPicture& picture);
 
-// What a client takes the camera's YUV for. It is BT.709, as HD video is, but PipeWire has no word for that
-// to which all clients listen.
-enum class Reading { bt709, bt601 };
+// How far the pattern's seven bars are from their right colours: the largest distance of all, of 255. That
+// much for a picture without content.
+int worstBarError(const ClientPicture& picture);
 
-// How far the pattern's seven bars are from the colours that they have when read so: the largest distance of
-// all, of 255. That much for a picture without content.
-int worstBarError(const ClientPicture& picture, Reading reading = Reading::bt709);
-
-// The largest such distance that rounding explains. Browsers' pictures are made with libyuv, whose
-// blue is up to 9 off.
-inline constexpr int kColourTolerance = 10;
+// The largest such distance that rounding explains: half a step of luma and of chroma is up to 1.6 of a
+// colour, and clients multiply with few bits and cut off the rest.
+inline constexpr int kColourTolerance = 5;
 
 // Whether it is the picture that the camera shows while nobody sends, in the same colours.
 bool isPlaceholder(const ClientPicture& picture);

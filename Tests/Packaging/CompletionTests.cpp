@@ -77,6 +77,7 @@ TEST_F(CompletionInBash, OffersEveryOption)
 TEST_F(CompletionInBash, OffersTheValuesOfAnOption)
 {
     EXPECT_EQ(offered({"pavo", "send", "--format", ""}), (Words{"UYVY", "YUY2", "NV12", "I420", "BGRA"}));
+    EXPECT_EQ(offered({"pavo", "send", "--matrix", ""}), (Words{"auto", "bt601", "bt709"}));
     EXPECT_EQ(offered({"pavo", "view", "--format", ""}), (Words{"YUY2", "UYVY", "NV12", "BGRx"}));
     EXPECT_EQ(offered({"pavo", "send", "--format", "=", "N"}), Words{"NV12"});
     EXPECT_EQ(offered({"pavo", "preview", "--graphics", ""}), (Words{"auto", "symbols", "sixels", "kitty"}));
@@ -154,6 +155,7 @@ TEST_F(CompletionInZsh, OffersEveryOption)
 TEST_F(CompletionInZsh, OffersTheValuesOfAnOption)
 {
     EXPECT_EQ(added("pavo send --format "), (Words{"UYVY", "YUY2", "NV12", "I420", "BGRA"}));
+    EXPECT_EQ(added("pavo send --matrix "), (Words{"auto", "bt601", "bt709"}));
     EXPECT_EQ(added("pavo view --format "), (Words{"YUY2", "UYVY", "NV12", "BGRx"}));
     EXPECT_EQ(added("pavo send --format=N"), Words{"--format=NV12"});
     EXPECT_EQ(added("pavo preview --graphics "), (Words{"auto", "symbols", "sixels", "kitty"}));

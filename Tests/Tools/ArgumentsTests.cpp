@@ -85,6 +85,15 @@ TEST(FormatArgument, IsANameInAnyCase)
         EXPECT_FALSE(parsePacking(text)) << text;
 }
 
+TEST(MatrixArgument, IsOneOfTwoOrLeftOpen)
+{
+    EXPECT_EQ(parseMatrix("bt601").value(), Matrix::bt601);
+    EXPECT_EQ(parseMatrix("bt709").value(), Matrix::bt709);
+    EXPECT_EQ(parseMatrix("auto").value(), std::nullopt);
+    for (const char* text : {"", "BT709", "bt2020", "709", "auto "})
+        EXPECT_FALSE(parseMatrix(text)) << text;
+}
+
 TEST(CountArgument, IsAWholeNumberFromOne)
 {
     EXPECT_EQ(parseCount("1").value(), 1U);

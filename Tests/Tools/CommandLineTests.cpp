@@ -76,7 +76,7 @@ TEST_F(CommandLine, HelpOfEachCommandExplainsEachOption)
 {
     expectOptions({}, {"--version"});
     expectOptions({"camera"}, {"--bundle", "--json"});
-    expectOptions({"send"}, {"--png", "--size", "--format", "--fps", "--frames", "--json"});
+    expectOptions({"send"}, {"--png", "--size", "--format", "--matrix", "--fps", "--frames", "--json"});
     expectOptions({"view"}, {"--snapshot", "--after", "--every", "--out", "--raw", "--y4m", "--format",
                              "--frames", "--seconds", "--wait", "--camera", "--remote", "--json", "--trace"});
     expectOptions({"preview"},
@@ -119,6 +119,7 @@ TEST_F(CommandLine, SendRefusesBadValues)
          {{"send", "--fps", "fast"}, "not 'fast'"},
          {{"send", "-", "--size", "2x2", "--format", "RGB"},
           "--format: a format is UYVY, YUY2, NV12, I420 or BGRA"},
+         {{"send", "-", "--matrix", "bt2020"}, "--matrix: a matrix is auto, bt601 or bt709, not 'bt2020'"},
          {{"send", "--frames", "0"}, "--frames: a count is a whole number from 1, not '0'"},
          {{"send", "--frames", "-1"}, "not '-1'"},
          {{"send", "--frames", "99999999999999999999"}, "not '99999999999999999999'"},
@@ -128,15 +129,18 @@ TEST_F(CommandLine, SendRefusesBadValues)
 
 TEST_F(CommandLine, SendRefusesWhatDoesNotGoTogether)
 {
-    expectMistakes("pavo send",
-                   {{{"send", "clip.mp4"}, "the input is - for standard input, not 'clip.mp4'"},
-                    {{"send", "-", "--png", "a.png"}, "send either --png or standard input"},
-                    {{"send", "--png", "a.png", "--size", "2x2"}, "a PNG has its own size"},
-                    {{"send", "--format", "UYVY"}, "--format describes raw video on standard input"},
-                    {{"send", "-", "--size", "2x2"}, "raw video needs both --size and --format"},
-                    {{"send", "-", "--format", "UYVY"}, "raw video needs both --size and --format"},
-                    {{"send", "-", "more"}, "not expected: more"},
-                    {{"send", "--loud"}, "not expected: --loud"}});
+    expectMistakes(
+        "pavo send",
+        {{{"send", "clip.mp4"}, "the input is - for standard input, not 'clip.mp4'"},
+         {{"send", "-", "--png", "a.png"}, "send either --png or standard input"},
+         {{"send", "--png", "a.png", "--size", "2x2"}, "a PNG has its own size"},
+         {{"send", "--format", "UYVY"}, "--format describes raw video on standard input"},
+         {{"send", "-", "--size", "2x2"}, "raw video needs both --size and --format"},
+         {{"send", "-", "--format", "UYVY"}, "raw video needs both --size and --format"},
+         {{"send", "--matrix", "auto"}, "--matrix describes video on standard input"},
+         {{"send", "-", "--size", "2x2", "--format", "bgra", "--matrix", "bt709"}, "BGRA has no matrix"},
+         {{"send", "-", "more"}, "not expected: more"},
+         {{"send", "--loud"}, "not expected: --loud"}});
 }
 
 TEST_F(CommandLine, ViewRefusesBadValues)

@@ -2,12 +2,15 @@
 
 #include "Tests/Support/Wait.h"
 #include "Tests/Tools/CommandRun.h"
+#include "Tools/PngFile.h"
 
 #include <gmock/gmock.h>
 
 #include <signal.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -29,6 +32,14 @@ std::vector<std::string> namesOf(const std::vector<json>& events)
     for (const auto& event : events)
         names.push_back(event.value("event", ""));
     return names;
+}
+
+using Rgb = std::array<int, 3>;
+
+bool isNear(const Rgb& seen, const Rgb& expected)
+{
+    constexpr int kTolerance = 4;
+    return std::ranges::equal(seen, expected, [](int a, int b) { return std::abs(a - b) <= kTolerance; });
 }
 
 // The last event of that name.
@@ -54,6 +65,18 @@ protected:
     {
         options.insert(options.begin(), {"view", "--remote", "pavo-0", "--wait", "60"});
         return run(options);
+    }
+
+    // What a client sees there now.
+    Rgb colourInTheMiddle() const
+    {
+        const auto seen = view({"--snapshot", path("seen.png"), "--after", "0.3"});
+        EXPECT_EQ(seen.exitCode, 0) << seen.err;
+        auto picture = tools::readPng(path("seen.png"));
+        if (!picture) return {};
+        const auto [packing, width, height] = picture.value().format();
+        const auto* pixel = picture.value().view().row(0, height / 2) + std::size_t{width} / 2 * 4;
+        return {pixel[2], pixel[1], pixel[0]};
     }
 
     ChildProcess camera_;
@@ -162,6 +185,25 @@ TEST_F(CommandOutput, SendEndsWithItsInput)
     const auto result = run({"send", "--json", "-"}, path("whole.y4m"));
     EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_EQ(find(result.events(), "statistics")["leftOutUnwatched"], 2);
+}
+
+// A green that is another one with the other matrix.
+TEST_F(CommandOutput, SendTakesTallVideoForBT709UnlessItIsToldOtherwise)
+{
+    std::string video = "YUV4MPEG2 W8 H720 F30:1\n";
+    for (int frame = 0; frame < 3000; ++frame)
+        video += "FRAME\n" + std::string(8 * 720, '\x86') + std::string(4 * 360, '\x3f') +
+                 std::string(4 * 360, '\x34');
+    std::ofstream(path("tall.y4m")) << video;
+    for (const auto& [matrix, colour] : {std::pair<std::string, Rgb>{"auto", {0, 191, 0}},
+                                         {"bt709", {0, 191, 0}},
+                                         {"bt601", {16, 225, 6}}}) {
+        auto producer = start("send", {"send", "-", "--matrix", matrix, "--json"}, path("tall.y4m"));
+        ASSERT_TRUE(waitForText("send.out", "\"unsubscribed\""));
+        EXPECT_TRUE(waitFor([&] { return isNear(colourInTheMiddle(), colour); }, kDeadline)) << matrix;
+        producer.signal(SIGTERM);
+        EXPECT_EQ(resultOf("send", producer).exitCode, 0);
+    }
 }
 
 TEST_F(CommandOutput, ViewWritesWhatItIsAskedFor)

@@ -68,18 +68,24 @@ class FrameConversion : public testing::TestWithParam<CameraFormat> {};
 
 TEST_P(FrameConversion, MakesRgbOfTheColoursThatTheCameraMeans)
 {
-    TestFrame frame(GetParam(), 7, 5);
-    // A red, whose BT.601 meaning would be another one.
-    frame.fill(63, 115, 200);
-    std::array<int, 3> expected = {184, 19, 27};
-    if (GetParam() == CameraFormat::bgrx) {
-        for (std::size_t i = 0; i < frame.bytes.size(); ++i)
-            frame.bytes[i] = std::array<std::uint8_t, 4>{27, 19, 184, 0}[i % frame.frame.strideBytes % 4];
+    struct Meaning {
+        Matrix matrix;
+        std::array<int, 3> rgb;
+    };
+    // Luma 63, chroma 115 and 200, solved for the colour.
+    for (const auto& [matrix, expected] :
+         {Meaning{Matrix::bt601, {170, 1, 29}}, Meaning{Matrix::bt709, {184, 19, 27}}}) {
+        TestFrame frame(GetParam(), 7, 5);
+        frame.frame.matrix = matrix;
+        frame.fill(63, 115, 200);
+        for (std::size_t i = 0; GetParam() == CameraFormat::bgrx && i < frame.bytes.size(); ++i)
+            frame.bytes[i] = static_cast<std::uint8_t>(
+                std::array{expected[2], expected[1], expected[0], 0}[i % frame.frame.strideBytes % 4]);
+        const auto rgb = rgbOf(frame.frame);
+        ASSERT_EQ(rgb.size(), 7U * 5 * 3);
+        for (std::size_t i = 0; i < rgb.size(); ++i)
+            ASSERT_LE(std::abs(rgb[i] - expected[i % 3]), 2) << i;
     }
-    const auto rgb = rgbOf(frame.frame);
-    ASSERT_EQ(rgb.size(), 7U * 5 * 3);
-    for (std::size_t i = 0; i < rgb.size(); ++i)
-        ASSERT_LE(std::abs(rgb[i] - expected[i % 3]), 2) << i;
 }
 
 TEST_P(FrameConversion, MakesI420OfAnOddSize)

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <random>
 #include <vector>
@@ -131,6 +132,23 @@ TEST(TestPattern, ShowsOneCounterForEachFrame)
             return image.bytes()[(std::size_t{y} * 320 + x) * 2 + 1];
         });
         ASSERT_EQ(read, counter);
+    }
+}
+
+TEST(TestPattern, HasBarsOf75PercentInTheCamerasColours)
+{
+    TestPattern pattern(700, 100);
+    Image image(pattern.format());
+    pattern.draw(0, image.view());
+    const std::array<std::array<double, 3>, 7> bars = {
+        {{1, 1, 1}, {1, 1, 0}, {0, 1, 1}, {0, 1, 0}, {1, 0, 1}, {1, 0, 0}, {0, 0, 1}}};
+    for (std::size_t bar = 0; bar < bars.size(); ++bar) {
+        const auto& [red, green, blue] = bars[bar];
+        const double luma = 0.299 * red + 0.587 * green + 0.114 * blue;
+        const auto* const pair = image.view().row(0, 18) + bar * 200 + 100;
+        EXPECT_EQ(pair[0], std::lround(128 + 224 * 0.75 * (blue - luma) / 1.772)) << bar;
+        EXPECT_EQ(pair[1], std::lround(16 + 219 * 0.75 * luma)) << bar;
+        EXPECT_EQ(pair[2], std::lround(128 + 224 * 0.75 * (red - luma) / 1.402)) << bar;
     }
 }
 

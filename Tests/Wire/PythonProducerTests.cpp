@@ -32,17 +32,16 @@ struct Colour {
     int red, green, blue;
 };
 
-// BT.709, video range. For colours with little blue difference: the converter of the client's pictures rounds
-// that coefficient down.
+// BT.601, video range.
 Colour rgbOf(int y, int cb, int cr)
 {
     const double luma = 1.164384 * (y - 16);
     const auto limited = [](double value) {
         return static_cast<int>(std::min(255.0, std::max(0.0, value + 0.5)));
     };
-    return {limited(luma + 1.792741 * (cr - 128)),
-            limited(luma - 0.213249 * (cb - 128) - 0.532909 * (cr - 128)),
-            limited(luma + 2.112402 * (cb - 128))};
+    return {limited(luma + 1.596027 * (cr - 128)),
+            limited(luma - 0.391762 * (cb - 128) - 0.812968 * (cr - 128)),
+            limited(luma + 2.017232 * (cb - 128))};
 }
 
 // The events that a program has written so far, one JSON object a line.

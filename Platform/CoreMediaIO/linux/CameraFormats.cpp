@@ -16,6 +16,12 @@ constexpr int kMinBufferCount = 1;
 constexpr int kMaxBufferCount = 32;
 constexpr int kAlignment = 16;
 
+// The colours of pictures for screens, with the matrix that webcams have, and that programs which ask for
+// none take every camera's YCbCr for. So webcams are described, too. One value each: a client that insists
+// on others would show wrong colours, and those after it would be told its values.
+constexpr spa_video_colorimetry kColors = {SPA_VIDEO_COLOR_RANGE_16_235, SPA_VIDEO_COLOR_MATRIX_BT601,
+                                           SPA_VIDEO_TRANSFER_SRGB, SPA_VIDEO_COLOR_PRIMARIES_BT709};
+
 spa_video_format spaFormat(VideoFormat format)
 {
     switch (format) {
@@ -42,7 +48,10 @@ const spa_pod* buildFormat(spa_pod_builder& builder, const VideoLayout& layout)
         &builder, SPA_TYPE_OBJECT_Format, SPA_PARAM_EnumFormat, SPA_FORMAT_mediaType,
         SPA_POD_Id(SPA_MEDIA_TYPE_video), SPA_FORMAT_mediaSubtype, SPA_POD_Id(SPA_MEDIA_SUBTYPE_raw),
         SPA_FORMAT_VIDEO_format, SPA_POD_Id(spaFormat(layout.format)), SPA_FORMAT_VIDEO_size,
-        SPA_POD_Rectangle(&size), SPA_FORMAT_VIDEO_framerate, SPA_POD_Fraction(&kFrameRate)));
+        SPA_POD_Rectangle(&size), SPA_FORMAT_VIDEO_framerate, SPA_POD_Fraction(&kFrameRate),
+        SPA_FORMAT_VIDEO_colorRange, SPA_POD_Id(kColors.range), SPA_FORMAT_VIDEO_colorMatrix,
+        SPA_POD_Id(kColors.matrix), SPA_FORMAT_VIDEO_transferFunction, SPA_POD_Id(kColors.transfer),
+        SPA_FORMAT_VIDEO_colorPrimaries, SPA_POD_Id(kColors.primaries)));
 }
 
 const spa_pod* buildBuffers(spa_pod_builder& builder, const VideoLayout& layout)

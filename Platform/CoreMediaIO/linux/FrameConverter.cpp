@@ -14,8 +14,8 @@ namespace {
 constexpr int kBlackLuma = 16;
 constexpr int kNoChroma = 128;
 
-// How much of a picture is between two steps at once: few enough rows to stay in the processor's cache, and
-// an even number, so that chroma samples stay whole.
+// libyuv takes rows without padding for one long row, of which it keeps all chroma between two steps. So many
+// rows at once stay in the processor's cache instead.
 constexpr int kRowsAtOnce = 16;
 
 // Exchanges luma and chroma bytes of packed 4:2:2, four samples at a time.
@@ -32,10 +32,22 @@ int roundedToEven(std::int64_t numerator, std::int64_t denominator)
     return static_cast<int>(std::max<std::int64_t>(rounded & ~std::int64_t{1}, 2));
 }
 
-// Where the chroma of the row lies, which is an even one.
-std::uint8_t* chromaOfNv12(const VideoLayout& target, std::uint8_t* pixels, int row = 0)
+std::uint8_t* chromaOfNv12(const VideoLayout& target, std::uint8_t* pixels)
 {
-    return pixels + target.lumaSize() + static_cast<std::ptrdiff_t>(row / 2) * target.chromaWidth() * 2;
+    return pixels + target.lumaSize();
+}
+
+void drawBgra(const PictureReader::Plane& plane, const VideoLayout& target, std::uint8_t* pixels)
+{
+    if (target.format == VideoFormat::nv12) {
+        libyuv::ARGBToNV12(plane.bytes, plane.stride, pixels, target.stride(), chromaOfNv12(target, pixels),
+                           target.chromaWidth() * 2, target.width, target.height);
+        return;
+    }
+    for (std::ptrdiff_t row = 0; row < target.height; row += kRowsAtOnce)
+        libyuv::ARGBToYUY2(plane.bytes + row * plane.stride, plane.stride, pixels + row * target.stride(),
+                           target.stride(), target.width,
+                           std::min(kRowsAtOnce, target.height - static_cast<int>(row)));
 }
 
 }  // namespace
@@ -44,10 +56,6 @@ void FrameConverter::convert(const PictureReader& source, const VideoLayout& tar
 {
     const bool isSame = isSameSize(source, target);
     if (isSame && convertDirectly(source, target, pixels)) return;
-    if (isSame && source.format() == kCVPixelFormatType_32BGRA) {
-        convertBgra(source, target, pixels);
-        return;
-    }
     const PlanarView picture = loadPlanar(source);
     store(isSame ? picture : fit(picture, target), target, pixels);
 }
@@ -72,6 +80,10 @@ bool FrameConverter::convertDirectly(const PictureReader& source, const VideoLay
     const auto& [bytes, stride] = source.plane(0);
     const int width = target.width;
     const int height = target.height;
+    if (source.format() == kCVPixelFormatType_32BGRA) {
+        drawBgra(source.plane(0), target, pixels);
+        return true;
+    }
     const bool isUyvy = source.format() == kCVPixelFormatType_422YpCbCr8;
     if (isUyvy || source.format() == kCVPixelFormatType_422YpCbCr8_yuvs) {
         if (target.format == VideoFormat::nv12) {
@@ -97,14 +109,6 @@ bool FrameConverter::convertDirectly(const PictureReader& source, const VideoLay
     return false;
 }
 
-void FrameConverter::convertBgra(const PictureReader& source, const VideoLayout& target, std::uint8_t* pixels)
-{
-    for (int row = 0; row < target.height; row += kRowsAtOnce) {
-        loadBgra(source, row, std::min(kRowsAtOnce, target.height - row));
-        store(loaded_.view(), target, pixels, row);
-    }
-}
-
 PlanarView FrameConverter::loadPlanar(const PictureReader& source)
 {
     const auto& [bytes, stride] = source.plane(0);
@@ -119,9 +123,13 @@ PlanarView FrameConverter::loadPlanar(const PictureReader& source)
                view.width, view.height);
         return view;
     }
-    case kCVPixelFormatType_32BGRA:
-        loadBgra(source, 0, source.height());
-        return loaded_.view();
+    case kCVPixelFormatType_32BGRA: {
+        loaded_.resize(source.width(), source.height(), false);
+        const PlanarView& view = loaded_.view();
+        libyuv::ARGBToI422(bytes, stride, loaded_.y(), view.strideY, loaded_.u(), view.strideU, loaded_.v(),
+                           view.strideV, view.width, view.height);
+        return view;
+    }
     case kCVPixelFormatType_420YpCbCr8Planar: {
         const auto& u = source.plane(1);
         const auto& v = source.plane(2);
@@ -129,26 +137,6 @@ PlanarView FrameConverter::loadPlanar(const PictureReader& source)
     }
     default:
         return loadBiPlanar(source);
-    }
-}
-
-void FrameConverter::loadBgra(const PictureReader& source, int firstRow, int rowCount)
-{
-    loaded_.resize(source.width(), rowCount, false);
-    const PlanarView& view = loaded_.view();
-    const auto width = static_cast<std::size_t>(view.width);
-    row_.resize(width * 3);
-    std::uint8_t* r = row_.data();
-    std::uint8_t* g = r + width;
-    std::uint8_t* b = g + width;
-    for (int row = 0; row < view.height; ++row) {
-        const std::ptrdiff_t index = row;
-        libyuv::SplitARGBPlane(source.plane(0).bytes + (firstRow + index) * source.plane(0).stride,
-                               source.plane(0).stride, r, view.width, g, view.width, b, view.width, nullptr,
-                               0, view.width, 1);
-        lumaFromRgb(r, g, b, loaded_.y() + index * view.strideY, view.width);
-        chromaFromRgb(r, g, b, loaded_.u() + index * view.strideU, loaded_.v() + index * view.strideV,
-                      view.width);
     }
 }
 
@@ -198,24 +186,22 @@ PlanarView FrameConverter::fit(const PlanarView& picture, const VideoLayout& tar
     return view;
 }
 
-void FrameConverter::store(const PlanarView& picture, const VideoLayout& target, std::uint8_t* pixels,
-                           int firstRow)
+void FrameConverter::store(const PlanarView& picture, const VideoLayout& target, std::uint8_t* pixels)
 {
-    std::uint8_t* const rows = pixels + static_cast<std::ptrdiff_t>(firstRow) * target.stride();
     const auto& [y, u, v, strideY, strideU, strideV, width, height, halfHeightChroma] = picture;
     switch (target.format) {
     case VideoFormat::yuy2: {
         const auto pack = halfHeightChroma ? libyuv::I420ToYUY2 : libyuv::I422ToYUY2;
-        pack(y, strideY, u, strideU, v, strideV, rows, target.stride(), width, height);
+        pack(y, strideY, u, strideU, v, strideV, pixels, target.stride(), width, height);
         break;
     }
     case VideoFormat::nv12: {
-        std::uint8_t* const chroma = chromaOfNv12(target, pixels, firstRow);
+        std::uint8_t* const chroma = chromaOfNv12(target, pixels);
         if (halfHeightChroma)
-            libyuv::I420ToNV12(y, strideY, u, strideU, v, strideV, rows, target.stride(), chroma,
+            libyuv::I420ToNV12(y, strideY, u, strideU, v, strideV, pixels, target.stride(), chroma,
                                target.chromaWidth() * 2, width, height);
         else
-            storeHalvingChroma(picture, target, rows, chroma);
+            storeHalvingChroma(picture, target, pixels, chroma);
         break;
     }
     }

@@ -5,12 +5,11 @@
 #include "Platform/CoreMediaIO/linux/VideoLayout.h"
 
 #include <cstdint>
-#include <vector>
 
 namespace cmio {
 
 // Draws pictures of any supported format and size into a client's layout. A picture keeps its shape: what it
-// leaves of the frame is black. Colours are BT.709, in video range.
+// leaves of the frame is black. YCbCr is that of BT.601, in video range.
 //
 // Threads: one at a time. It keeps memory for the steps between, so that a stream of equal frames allocates
 //          only at its start.
@@ -32,20 +31,15 @@ private:
     // True when one step did all of it.
     static bool convertDirectly(const PictureReader& source, const VideoLayout& target, std::uint8_t* pixels);
     PlanarView loadPlanar(const PictureReader& source);
-    // One of the target's own size.
-    void convertBgra(const PictureReader& source, const VideoLayout& target, std::uint8_t* pixels);
-    void loadBgra(const PictureReader& source, int firstRow, int rowCount);
     PlanarView loadBiPlanar(const PictureReader& source);
     PlanarView fit(const PlanarView& picture, const VideoLayout& target);
-    // `picture` becomes the rows from `firstRow`, an even one, on.
-    void store(const PlanarView& picture, const VideoLayout& target, std::uint8_t* pixels, int firstRow = 0);
+    void store(const PlanarView& picture, const VideoLayout& target, std::uint8_t* pixels);
     void storeHalvingChroma(const PlanarView& picture, const VideoLayout& target, std::uint8_t* luma,
                             std::uint8_t* chroma);
 
     PlanarPicture loaded_;
     PlanarPicture fitted_;
     PlanarPicture halved_;
-    std::vector<std::uint8_t> row_;
 };
 
 }  // namespace cmio

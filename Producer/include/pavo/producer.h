@@ -63,8 +63,9 @@ PAVO_EXPORT const char* pavo_status_text(pavo_status status);
 PAVO_EXPORT const char* pavo_producer_version(void);
 
 /*
- * How pixels lie in memory. Colours are BT.709 with video range, but for BGRA, whose fourth byte nobody
- * reads. Chroma of odd sizes is rounded up.
+ * How pixels lie in memory. Y, U and V are those of BT.601 with video range, as webcams' are, whatever the
+ * size: programs take every camera's pictures for that, and video of HD size, which is mostly BT.709, has to
+ * be converted. Nobody reads the fourth byte of BGRA. Chroma of odd sizes is rounded up.
  */
 typedef enum pavo_pixel_format {
     PAVO_UYVY = 1, /* one plane, 2 bytes a pixel: U Y V Y for two pixels */

@@ -259,9 +259,9 @@ class Frame:
 class Producer:
     """A program whose pictures the camera shows. Close it, or use it as a context manager.
 
-    ``format`` is UYVY, YUY2, NV12, I420 or BGRA; colours are BT.709 with video range, but for BGRA. ``rate``
-    is in frames a second. ``surfaces`` is how many pictures take turns: 5 to 64, 8 unless said otherwise.
-    ``service`` is the name that the camera is found by.
+    ``format`` is UYVY, YUY2, NV12, I420 or BGRA; Y, U and V are those of BT.601 with video range, as webcams'
+    are, whatever the size. ``rate`` is in frames a second. ``surfaces`` is how many pictures take turns: 5 to
+    64, 8 unless said otherwise. ``service`` is the name that the camera is found by.
     """
 
     def __init__(

@@ -124,6 +124,9 @@ TEST_F(CameraRules, OffersOnlyPlainValues)
         EXPECT_TRUE(entry["format"].is_string()) << entry;
         EXPECT_EQ(entry["size"], (json{{"width", 1920}, {"height", 1080}})) << entry;
         EXPECT_EQ(entry["framerate"], (json{{"num", 60}, {"denom", 1}})) << entry;
+        // By names that are none of theirs, for want of a list.
+        for (const char* key : {"colorRange", "colorMatrix", "transferFunction", "colorPrimaries"})
+            EXPECT_TRUE(entry.contains(key) && entry[key].is_primitive()) << key << entry;
     }
 }
 
@@ -200,6 +203,37 @@ TEST_F(CameraRules, GivesEveryNumberOfBuffersThatIsAskedFor)
         // The server gives no more than 16.
         EXPECT_EQ(client.bufferCount(), static_cast<std::size_t>(std::min(count, 16)));
     }
+}
+
+TEST_F(CameraRules, TellsEveryKindOfClientItsColours)
+{
+    send();
+    for (const ClientHabits& kind : {browserHabits(), obsHabits(), gstreamerHabits(), v4l2Habits()}) {
+        const PickyClient client(kind);
+        ASSERT_TRUE(client.waitForFrames(1)) << kind.name << client.refusal();
+        // Range, matrix, transfer function and primaries, as webcams have them.
+        const Colorimetry expected = {SPA_VIDEO_COLOR_RANGE_16_235, SPA_VIDEO_COLOR_MATRIX_BT601,
+                                      SPA_VIDEO_TRANSFER_SRGB, SPA_VIDEO_COLOR_PRIMARIES_BT709};
+        EXPECT_EQ(client.lastFrame()->colorimetry, expected) << kind.name;
+        expectRed(client);
+    }
+}
+
+TEST_F(CameraRules, ServesAClientThatInsistsOnItsColours)
+{
+    send();
+    ClientHabits habits = browserHabits();
+    habits.colorMatrix = SPA_VIDEO_COLOR_MATRIX_BT601;
+    const PickyClient client(habits);
+    EXPECT_TRUE(client.waitForFrames(3)) << client.refusal();
+}
+
+// As webcams do.
+TEST_F(CameraRules, RefusesOtherColours)
+{
+    ClientHabits habits = browserHabits();
+    habits.colorMatrix = SPA_VIDEO_COLOR_MATRIX_BT709;
+    expectRefusal(habits);
 }
 
 TEST_F(CameraRules, RefusesAnotherSize)

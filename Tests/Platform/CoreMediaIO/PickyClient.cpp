@@ -106,6 +106,10 @@ const spa_pod* buildEntry(spa_pod_builder& builder, const ClientHabits& habits,
     else
         spa_pod_builder_add(&builder, SPA_FORMAT_VIDEO_framerate,
                             SPA_POD_CHOICE_RANGE_Fraction(&rate, &slowest, &fastest), 0);
+    if (habits.colorMatrix != 0) {
+        spa_pod_builder_prop(&builder, SPA_FORMAT_VIDEO_colorMatrix, SPA_POD_PROP_FLAG_MANDATORY);
+        spa_pod_builder_id(&builder, habits.colorMatrix);
+    }
     return finish(spa_pod_builder_pop(&builder, &object));
 }
 
@@ -279,6 +283,8 @@ void PickyClient::Impl::see(const spa_buffer& buffer)
     frame.size = data.chunk->size;
     frame.room = data.maxsize;
     frame.stride = data.chunk->stride;
+    frame.colorimetry = {format.color_range, format.color_matrix, format.transfer_function,
+                         format.color_primaries};
     const auto* header = static_cast<const spa_meta_header*>(
         spa_buffer_find_meta_data(&buffer, SPA_META_Header, sizeof(spa_meta_header)));
     frame.hasHeader = header != nullptr;

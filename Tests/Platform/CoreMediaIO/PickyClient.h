@@ -2,6 +2,7 @@
 
 #include "Tests/Platform/CoreMediaIO/Pictures.h"
 
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -22,10 +23,11 @@ struct ClientHabits {
     int buffers = 8;
     int minBuffers = 1;
     int maxBuffers = 32;
-    bool hasOwnStride = false;   // insists on rows without padding
-    bool takesMemFd = true;      // and not only memory that is mapped already
-    bool aimsById = false;       // and not by name
-    bool isReconnecting = true;  // wants another camera where this one goes
+    std::uint32_t colorMatrix = 0;  // SPA_VIDEO_COLOR_MATRIX_… that the camera has to name; 0: any
+    bool hasOwnStride = false;      // insists on rows without padding
+    bool takesMemFd = true;         // and not only memory that is mapped already
+    bool aimsById = false;          // and not by name
+    bool isReconnecting = true;     // wants another camera where this one goes
     bool asksForTransform = false;
 };
 
@@ -40,6 +42,10 @@ ClientHabits v4l2Habits();
 // A client that takes one format and no other.
 ClientHabits insistingOn(std::uint32_t format);
 
+// What is agreed on of colours: SPA_VIDEO_COLOR_RANGE_…, SPA_VIDEO_COLOR_MATRIX_…, SPA_VIDEO_TRANSFER_… and
+// SPA_VIDEO_COLOR_PRIMARIES_….
+using Colorimetry = std::array<std::uint32_t, 4>;
+
 // What was seen of a frame.
 struct PickedFrame {
     std::uint32_t format = 0;
@@ -50,6 +56,7 @@ struct PickedFrame {
     std::uint32_t room = 0;
     int stride = 0;
     bool hasHeader = false;
+    Colorimetry colorimetry{};
     std::uint64_t sequence = 0;
     std::int64_t time = 0;
     // Of the first pixel; none in a format that no camera of ours has.

@@ -8,9 +8,9 @@ namespace {
 
 YCbCr convert(Rgb color, double lumaRange, double lumaOffset, double chromaRange)
 {
-    const double y = (0.2126 * color.r + 0.7152 * color.g + 0.0722 * color.b) / 255;
-    const double cb = (color.b / 255.0 - y) / 1.8556;
-    const double cr = (color.r / 255.0 - y) / 1.5748;
+    const double y = (0.299 * color.r + 0.587 * color.g + 0.114 * color.b) / 255;
+    const double cb = (color.b / 255.0 - y) / 1.772;
+    const double cr = (color.r / 255.0 - y) / 1.402;
     const auto clamped = [](double value) { return static_cast<int>(std::lround(std::fmin(value, 255))); };
     return {clamped(y * lumaRange + lumaOffset), clamped(cb * chromaRange + 128),
             clamped(cr * chromaRange + 128)};

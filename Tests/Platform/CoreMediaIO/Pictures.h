@@ -23,9 +23,9 @@ struct YCbCr {
     int cr;
 };
 
-// BT.709, video range.
+// BT.601, video range.
 YCbCr toVideoRange(Rgb color);
-// BT.709, full range, as of '420f'.
+// BT.601, full range, as of '420f'.
 YCbCr toFullRange(Rgb color);
 
 // A buffer of one colour, with rows padded so that nobody takes the width for the stride. `inSurface` puts it
