@@ -206,6 +206,30 @@ TEST_F(CommandOutput, SendTakesTallVideoForBT709UnlessItIsToldOtherwise)
     }
 }
 
+// Luma and chroma of the last frame's middle, as its readers take them: for BT.709.
+TEST_F(CommandOutput, ViewWritesYuv4Mpeg2OfTheCamerasSizeInBT709)
+{
+    const std::string pixels = std::string(8, '\x70') + std::string(2, '\x48') + std::string(2, '\x3a');
+    std::string video = "YUV4MPEG2 W4 H2 F30:1\n";
+    for (int frame = 0; frame < 3000; ++frame)
+        video += "FRAME\n" + pixels;
+    std::ofstream(path("green.y4m")) << video;
+    auto producer = start("send", {"send", "-", "--json"}, path("green.y4m"));
+    ASSERT_TRUE(waitForText("send.out", "\"unsubscribed\""));
+    const auto middle = [this]() -> Rgb {
+        EXPECT_EQ(view({"--y4m", path("seen.y4m"), "--frames", "10"}).exitCode, 0);
+        const std::string written = readFile(path("seen.y4m"));
+        constexpr std::size_t kLuma = 1920 * 1080, kFrame = kLuma * 3 / 2;
+        if (written.size() < kFrame) return {};
+        const auto* frame = reinterpret_cast<const unsigned char*>(written.data()) + written.size() - kFrame;
+        const auto* chroma = frame + kLuma + 270 * 960 + 480;
+        return {frame[540 * 1920 + 960], chroma[0], chroma[kLuma / 4]};
+    };
+    EXPECT_TRUE(waitFor([&] { return isNear(middle(), {134, 63, 52}); }, kDeadline));
+    producer.signal(SIGTERM);
+    EXPECT_EQ(resultOf("send", producer).exitCode, 0);
+}
+
 TEST_F(CommandOutput, ViewWritesWhatItIsAskedFor)
 {
     const auto snapshot = view({"--json", "--snapshot", path("now.png")});
