@@ -14,10 +14,6 @@ namespace {
 constexpr int kBlackLuma = 16;
 constexpr int kNoChroma = 128;
 
-// libyuv takes rows without padding for one long row, of which it keeps all chroma between two steps. So many
-// rows at once stay in the processor's cache instead.
-constexpr int kRowsAtOnce = 16;
-
 // Exchanges luma and chroma bytes of packed 4:2:2, four samples at a time.
 constexpr std::uint8_t kSwapBytes[16] = {1, 0, 3, 2, 5, 4, 7, 6, 9, 8, 11, 10, 13, 12, 15, 14};
 
@@ -44,10 +40,11 @@ void drawBgra(const PictureReader::Plane& plane, const VideoLayout& target, std:
                            target.chromaWidth() * 2, target.width, target.height);
         return;
     }
-    for (std::ptrdiff_t row = 0; row < target.height; row += kRowsAtOnce)
+    // Row by row: several without padding are one long row to libyuv, whose luma and chroma it keeps between
+    // two steps. Those of one stay in the processor's cache.
+    for (std::ptrdiff_t row = 0; row < target.height; ++row)
         libyuv::ARGBToYUY2(plane.bytes + row * plane.stride, plane.stride, pixels + row * target.stride(),
-                           target.stride(), target.width,
-                           std::min(kRowsAtOnce, target.height - static_cast<int>(row)));
+                           target.stride(), target.width, 1);
 }
 
 }  // namespace
