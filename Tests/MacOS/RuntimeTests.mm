@@ -1,13 +1,17 @@
 // The runtime under the adapters' tests: what macOS does, and the adapters count on.
 
 #include "Tests/MacOS/AdapterFixture.h"
+#include "Tests/Support/Wait.h"
 
 #include <Foundation/Foundation.h>
 #include <IOSurface/IOSurface.h>
 #include <IOSurface/IOSurfaceObjC.h>
 
+#include <dispatch/dispatch.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstring>
 #include <functional>
 #include <memory>
@@ -231,6 +235,47 @@ TEST_F(ObjectiveCRuntime, CountsCorrectlyFromSeveralThreads)
     std::thread second(work);
     first.join();
     second.join();
+}
+
+// What work on a queue leaves in its pool.
+struct Leftover {
+    __weak PavoProbe* probe;
+    std::atomic<bool> isLeft = false;
+
+    static void leave(void* context)
+    {
+        auto& self = *static_cast<Leftover*>(context);
+        PavoProbe* __autoreleasing probe = [[PavoProbe alloc] init];
+        self.probe = probe;
+        self.isLeft = true;
+    }
+};
+
+TEST_F(ObjectiveCRuntime, DrainsThePoolOfWorkOnAQueueWhenTheWorkIsDone)
+{
+    const dispatch_queue_t queue = dispatch_queue_create("com.tarnwell.test.pool", nullptr);
+    const auto waitForQueue = [queue] { dispatch_sync_f(queue, nullptr, [](void*) {}); };
+    Leftover async, after, sync;
+    dispatch_async_f(queue, &async, Leftover::leave);
+    waitForQueue();
+    EXPECT_TRUE(async.isLeft);
+    EXPECT_EQ(async.probe, nil);
+
+    dispatch_after_f(dispatch_time(DISPATCH_TIME_NOW, 1'000'000), queue, &after, Leftover::leave);
+    ASSERT_TRUE(pavo::test::waitFor([&after] { return after.isLeft.load(); }, std::chrono::seconds(30)));
+    waitForQueue();
+    EXPECT_EQ(after.probe, nil);
+
+    // Once the queue goes on, its own thread does the work.
+    dispatch_suspend(queue);
+    dispatch_after_f(dispatch_time(DISPATCH_TIME_NOW, 20'000'000), dispatch_get_global_queue(0, 0), queue,
+                     [](void* suspended) { dispatch_resume(static_cast<dispatch_queue_t>(suspended)); });
+    @autoreleasepool {
+        dispatch_sync_f(queue, &sync, Leftover::leave);
+    }
+    EXPECT_TRUE(sync.isLeft);
+    EXPECT_EQ(sync.probe, nil);
+    dispatch_release(queue);
 }
 
 TEST(ObjectiveCRuntimeDeathTest, EndsOnAMessageThatNobodyUnderstands)

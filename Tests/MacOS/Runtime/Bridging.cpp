@@ -7,6 +7,7 @@
 #include <dispatch/dispatch.h>
 
 #include <memory>
+#include <thread>
 
 using namespace pavo::test::objc;
 
@@ -19,6 +20,9 @@ void objc_autoreleasePoolPop(void* mark);
 CFTypeRef __real_CFRetain(CFTypeRef object);
 void __real_CFRelease(CFTypeRef object);
 void __real_dispatch_async_f(dispatch_queue_t queue, void* context, dispatch_function_t work);
+void __real_dispatch_after_f(dispatch_time_t when, dispatch_queue_t queue, void* context,
+                             dispatch_function_t work);
+void __real_dispatch_sync_f(dispatch_queue_t queue, void* context, dispatch_function_t work);
 
 CFTypeRef __wrap_CFRetain(CFTypeRef object)
 {
@@ -32,18 +36,56 @@ void __wrap_CFRelease(CFTypeRef object)
     __real_CFRelease(object);
 }
 
-// Work on a queue has a pool of its own.
+}  // extern "C"
+
+namespace {
+
+// Work on a queue, which has a pool of its own: else its objects would live until the queue's thread ends.
+struct Pooled {
+    void* context;
+    dispatch_function_t work;
+
+    void run() const
+    {
+        void* const mark = objc_autoreleasePoolPush();
+        work(context);
+        objc_autoreleasePoolPop(mark);
+    }
+    static void runOnce(void* pointer)
+    {
+        const std::unique_ptr<Pooled> pooled(static_cast<Pooled*>(pointer));
+        pooled->run();
+    }
+};
+
+}  // namespace
+
+extern "C" {
 void __wrap_dispatch_async_f(dispatch_queue_t queue, void* context, dispatch_function_t work)
 {
-    struct Pooled {
-        void* context;
-        dispatch_function_t work;
+    __real_dispatch_async_f(queue, new Pooled{context, work}, Pooled::runOnce);
+}
+
+void __wrap_dispatch_after_f(dispatch_time_t when, dispatch_queue_t queue, void* context,
+                             dispatch_function_t work)
+{
+    __real_dispatch_after_f(when, queue, new Pooled{context, work}, Pooled::runOnce);
+}
+
+// What is waited for runs on the waiting thread, in that one's pool; but not here, where the queue is busy.
+void __wrap_dispatch_sync_f(dispatch_queue_t queue, void* context, dispatch_function_t work)
+{
+    struct Awaited {
+        Pooled pooled;
+        std::thread::id waiting;
     };
-    __real_dispatch_async_f(queue, new Pooled{context, work}, [](void* pointer) {
-        const std::unique_ptr<Pooled> pooled(static_cast<Pooled*>(pointer));
-        void* const mark = objc_autoreleasePoolPush();
-        pooled->work(pooled->context);
-        objc_autoreleasePoolPop(mark);
+    Awaited awaited{{context, work}, std::this_thread::get_id()};
+    __real_dispatch_sync_f(queue, &awaited, [](void* pointer) {
+        const auto& [pooled, waiting] = *static_cast<const Awaited*>(pointer);
+        if (std::this_thread::get_id() == waiting)
+            pooled.work(pooled.context);
+        else
+            pooled.run();
     });
 }
 
