@@ -17,8 +17,7 @@ public:
     // False, with the reason, where OBS, its source of PipeWire cameras or the screen is not installed.
     static bool isAvailable(std::string* why);
 
-    // `folder` is the session's. The recording has pictures of the given size, which OBS scales the camera
-    // to.
+    // `folder` is the session's. OBS scales the camera to the given size, which the recording has.
     ObsStudio(const std::string& folder, std::uint32_t width, std::uint32_t height);
     ~ObsStudio();
     ObsStudio(const ObsStudio&) = delete;

@@ -170,6 +170,13 @@ void CameraNode::send(OutgoingSample sample)
 
 void CameraNode::stateChanged(int state, const char* error)
 {
+    // What newer servers say when one client and the camera cannot agree: nothing has changed for the others.
+    const bool isOurs = pw_stream_get_state(stream_, nullptr) == PW_STREAM_STATE_ERROR || !nodeId();
+    if (state == PW_STREAM_STATE_ERROR && !isOurs) {
+        os_log_printf(faceLog(), OS_LOG_TYPE_INFO, "PipeWire refused a client: %s",
+                      error ? error : "no reason");
+        return;
+    }
     isStreaming_ = state == PW_STREAM_STATE_STREAMING;
     if (isStreaming_) return;
     dropWaiting();

@@ -9,10 +9,11 @@ namespace cmio {
 
 namespace {
 
-// What a server for video needs. The access module comes last: it judges the clients of all the others.
+// What a server for video needs. The camera's own stream needs the adapter, too, in newer PipeWires. The
+// access module comes last: it judges the clients of all the others.
 constexpr const char* kModules[] = {"libpipewire-module-protocol-native", "libpipewire-module-client-node",
-                                    "libpipewire-module-link-factory", "libpipewire-module-metadata",
-                                    "libpipewire-module-access"};
+                                    "libpipewire-module-adapter",         "libpipewire-module-link-factory",
+                                    "libpipewire-module-metadata",        "libpipewire-module-access"};
 
 }  // namespace
 
