@@ -52,6 +52,7 @@ int __wrap_socket(int family, int type, int protocol)
 namespace pavo::tools {
 namespace {
 
+using testing::AnyOf;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
@@ -226,12 +227,13 @@ TEST_F(TerminalPictureTest, DrawsSymbolsInTheMiddleWithinTheRows)
     TerminalPicture picture(Graphics::symbols);
     const HalfFrame half(1600, 900);
     const auto text = picture.draw(half.frame, {100, 40, 10, 20}, 39);
-    // A hundred columns of ten pixels are 16:9 with 28 rows of twenty.
+    // A hundred columns of ten pixels are 16:9 with 28 rows of twenty and a part of one.
     EXPECT_THAT(text, StartsWith("\x1b[6;1H"));
     EXPECT_THAT(text, HasSubstr("\x1b[33;1H"));
-    EXPECT_THAT(text, Not(HasSubstr("\x1b[34;1H")));
+    EXPECT_THAT(text, Not(HasSubstr("\x1b[35;1H")));
     EXPECT_THAT(text, Not(HasSubstr("\n")));
-    EXPECT_THAT(text, HasSubstr("48;2;178;178;178")) << "in its colours, or nearly";
+    EXPECT_THAT(text, AnyOf(HasSubstr("48;2;178;178;178"), HasSubstr("48;2;179;179;179")))
+        << "in its colours, or nearly";
 }
 
 TEST_F(TerminalPictureTest, UsesTheColorsThatThereAre)

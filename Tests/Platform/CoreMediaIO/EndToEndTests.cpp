@@ -1,3 +1,4 @@
+#include "Platform/CoreMediaIO/linux/PipeWireHeaders.h"
 #include "Platform/Support/UniqueFd.h"
 #include "Tests/Platform/CoreMediaIO/CameraInPipeWire.h"
 #include "Tests/Platform/CoreMediaIO/ClientProcess.h"
@@ -326,6 +327,8 @@ TEST_F(CameraInPipeWire, DrawsAnUnchangedSurfaceOfThisProcessOnlyOnce)
 
 TEST_F(CameraInPipeWire, LetsASlowClientHarmNobody)
 {
+    if (std::string(pw_get_library_version()) >= "1.4")
+        GTEST_SKIP() << "This PipeWire gives nobody a frame while a client has not finished with the last";
     startCamera();
     send();
     const pavo::test::TemporaryFolder folder;
