@@ -7,7 +7,9 @@
 #include <IOSurface/IOSurfacePrivate.h>
 #include <mach/mach_time.h>
 
+#include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <limits>
@@ -48,8 +50,9 @@ constexpr const char* kSuspendTimeoutSeconds = "1";
 
 // The content of a buffer that was never drawn into.
 constexpr std::uint64_t kNothing = std::numeric_limits<std::uint64_t>::max();
-// One is with the clients and one on its way to them, and of those that are free one has to stay: a stream
-// without any asks for no frame. Left alone they also rest: a client may be late to say that it reads one.
+// Beside those that clients hold. Two are on their way to them and back, and of those that are free one has
+// to stay: a stream without any asks for no frame. Left alone they also rest: a client may be late to say
+// that it reads one, and loses the frame that comes in one before it could say that it is done with it.
 constexpr std::size_t kBuffersLeftToStream = 3;
 
 // A trigger that gets lost must not end the pictures: after so many samples, half a second's, another is
@@ -284,10 +287,11 @@ void CameraNode::dropWaiting()
 pw_buffer* CameraNode::takeFree()
 {
     const std::size_t count = contentOfBuffer_.size();
+    const std::size_t left = kBuffersLeftToStream + countHeldByClients();
     // A buffer that a client still holds goes to the end of the line: look at each once.
     for (std::size_t attempt = 0; attempt < count; ++attempt) {
         const std::size_t taken = unusedBuffers_.size() + usedBuffers_.size();
-        if (taken > 0 && count - taken <= kBuffersLeftToStream) break;
+        if (taken > 0 && count - taken <= left) break;
         if (pw_buffer* buffer = pw_stream_dequeue_buffer(stream_)) {
             const bool isUnused = contentOfBuffer_.at(buffer) == kNothing;
             (isUnused ? unusedBuffers_ : usedBuffers_).push_back(buffer);
@@ -301,6 +305,19 @@ pw_buffer* CameraNode::takeFree()
     pw_buffer* buffer = source.back();
     source.pop_back();
     return buffer;
+}
+
+std::size_t CameraNode::countHeldByClients() const
+{
+    // Whoever has a buffer counts in it, we too. A client that was killed counts until the memory is given
+    // up.
+    const auto held = std::ranges::count_if(contentOfBuffer_, [](const auto& buffer) {
+        void* found = spa_buffer_find_meta_data(buffer.first->buffer, SPA_META_Busy, sizeof(spa_meta_busy));
+        auto* busy = static_cast<spa_meta_busy*>(found);
+        return busy && std::atomic_ref(busy->count).load() > 0;
+    });
+    const std::size_t ours = unusedBuffers_.size() + usedBuffers_.size();
+    return static_cast<std::size_t>(held) > ours ? static_cast<std::size_t>(held) - ours : 0;
 }
 
 bool CameraNode::draw(const PictureReader& picture, IOSurfaceRef surface, pw_buffer& buffer)

@@ -83,6 +83,7 @@ private:
     std::optional<OutgoingSample> takeWaiting();
     void dropWaiting();
     pw_buffer* takeFree();
+    std::size_t countHeldByClients() const;
     bool draw(const PictureReader& picture, IOSurfaceRef surface, pw_buffer& buffer);
     std::uint64_t numberOfContent(IOSurfaceRef surface);
     void complain(OSType format);

@@ -1,13 +1,16 @@
 // What capture programs ask of a camera in PipeWire, none of which PipeWire itself does.
 
+#include "Platform/Support/UniqueFd.h"
 #include "Tests/Platform/CoreMediaIO/CameraInPipeWire.h"
 #include "Tests/Platform/CoreMediaIO/ClientProcess.h"
 #include "Tests/Platform/CoreMediaIO/PickyClient.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 #include <signal.h>
 #include <spa/param/video/raw.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -203,6 +206,29 @@ TEST_F(CameraRules, GivesEveryNumberOfBuffersThatIsAskedFor)
         // The server gives no more than 16, and a newer one no less than 2.
         EXPECT_THAT(client.bufferCount(), testing::AnyOf(std::min(count, 16), std::clamp(count, 2, 16)));
     }
+}
+
+TEST_F(CameraRules, GivesFramesInThreeBuffersAtLeastWhateverKilledClientsHeld)
+{
+    send();
+    // While somebody watches, the memory stays the same.
+    PickyClient client(gstreamerHabits());
+    ASSERT_TRUE(client.waitForFrames(3)) << client.refusal();
+    for (int round = 0; round < 4; ++round) {
+        // Reads a frame, and does not end with it.
+        const pavo::test::TemporaryFolder folder;
+        const std::string gate = folder.path() + "/gate";
+        ASSERT_EQ(::mkfifo(gate.c_str(), 0600), 0);
+        const pavo::UniqueFd opened(::open(gate.c_str(), O_RDWR | O_CLOEXEC));
+        ClientProcess slow({"--gate", gate});
+        ASSERT_TRUE(slow.waitForFrames(1));
+        slow.end(SIGKILL);
+    }
+    ASSERT_TRUE(client.waitForFrames(5));
+    client.takeUsedBufferCount();
+    ASSERT_TRUE(client.waitForFrames(30));
+    // Of two, one would come again before a client can say that it is done with it: the frame is lost.
+    EXPECT_GE(client.takeUsedBufferCount(), 3U);
 }
 
 TEST_F(CameraRules, TellsEveryKindOfClientItsColours)

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <mutex>
+#include <set>
 #include <utility>
 
 namespace cmio::test {
@@ -187,6 +188,7 @@ struct PickyClient::Impl {
     spa_video_info_raw format{};
     int buffers = 0;
     std::size_t frames = 0;
+    std::set<const spa_buffer*> usedBuffers;
     std::optional<PickedFrame> last;
 };
 
@@ -294,6 +296,7 @@ void PickyClient::Impl::see(const spa_buffer& buffer)
     }
     if (data.data) frame.firstColor = firstColorOf(frame, static_cast<const std::uint8_t*>(data.data));
     last = std::move(frame);
+    usedBuffers.insert(&buffer);
     ++frames;
 }
 
@@ -318,6 +321,12 @@ std::size_t PickyClient::bufferCount() const
 {
     const std::lock_guard guard(impl_->mutex);
     return static_cast<std::size_t>(impl_->buffers);
+}
+
+std::size_t PickyClient::takeUsedBufferCount()
+{
+    const std::lock_guard guard(impl_->mutex);
+    return std::exchange(impl_->usedBuffers, {}).size();
 }
 
 std::optional<PickedFrame> PickyClient::lastFrame() const

@@ -77,6 +77,8 @@ public:
 
     std::size_t frameCount() const;
     std::size_t bufferCount() const;
+    // In how many of them frames came since this was last asked.
+    std::size_t takeUsedBufferCount();
     std::optional<PickedFrame> lastFrame() const;
     // Why the server refused it; empty while it has not.
     std::string refusal() const;
