@@ -34,9 +34,9 @@ std::vector<std::string> namesOf(const std::vector<json>& events)
     return names;
 }
 
-using Rgb = std::array<int, 3>;
+using Colour = std::array<int, 3>;
 
-bool isNear(const Rgb& seen, const Rgb& expected)
+bool isNear(const Colour& seen, const Colour& expected)
 {
     constexpr int kTolerance = 4;
     return std::ranges::equal(seen, expected, [](int a, int b) { return std::abs(a - b) <= kTolerance; });
@@ -68,7 +68,7 @@ protected:
     }
 
     // What a client sees there now.
-    Rgb colourInTheMiddle() const
+    Colour colourInTheMiddle() const
     {
         const auto seen = view({"--snapshot", path("seen.png"), "--after", "0.3"});
         EXPECT_EQ(seen.exitCode, 0) << seen.err;
@@ -195,7 +195,7 @@ TEST_F(CommandOutput, SendTakesTallVideoForBT709UnlessItIsToldOtherwise)
         video += "FRAME\n" + std::string(8 * 720, '\x86') + std::string(4 * 360, '\x3f') +
                  std::string(4 * 360, '\x34');
     std::ofstream(path("tall.y4m")) << video;
-    for (const auto& [matrix, colour] : {std::pair<std::string, Rgb>{"auto", {0, 191, 0}},
+    for (const auto& [matrix, colour] : {std::pair<std::string, Colour>{"auto", {0, 191, 0}},
                                          {"bt709", {0, 191, 0}},
                                          {"bt601", {16, 225, 6}}}) {
         auto producer = start("send", {"send", "-", "--matrix", matrix, "--json"}, path("tall.y4m"));
@@ -216,7 +216,7 @@ TEST_F(CommandOutput, ViewWritesYuv4Mpeg2OfTheCamerasSizeInBT709)
     std::ofstream(path("green.y4m")) << video;
     auto producer = start("send", {"send", "-", "--json"}, path("green.y4m"));
     ASSERT_TRUE(waitForText("send.out", "\"unsubscribed\""));
-    const auto middle = [this]() -> Rgb {
+    const auto middle = [this]() -> Colour {
         EXPECT_EQ(view({"--y4m", path("seen.y4m"), "--frames", "10"}).exitCode, 0);
         const std::string written = readFile(path("seen.y4m"));
         constexpr std::size_t kLuma = 1920 * 1080, kFrame = kLuma * 3 / 2;

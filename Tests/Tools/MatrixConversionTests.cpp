@@ -91,35 +91,32 @@ protected:
         return pixels;
     }
 
+    void expectWithinOneStep(Matrix from, Matrix to)
+    {
+        const auto before = pixels();
+        MatrixConversion(from, to).convert(image_.view());
+        const auto after = pixels();
+        for (std::size_t i = 0; i < before.size(); ++i) {
+            const Yuv expected = exactly(before[i], from, to);
+            ASSERT_NEAR(after[i].y, expected.y, 1) << i;
+            ASSERT_NEAR(after[i].u, expected.u, 1) << i;
+            ASSERT_NEAR(after[i].v, expected.v, 1) << i;
+        }
+    }
+
     static constexpr std::uint32_t kWidth = 101, kHeight = 37;
     PaddedImage image_{{GetParam(), kWidth, kHeight}};
 };
 
 TEST_P(EveryPacking, IsWithinOneStepOfTheExactValues)
 {
-    const auto before = pixels();
-    MatrixConversion(Matrix::bt709, Matrix::bt601).convert(image_.view());
-    const auto after = pixels();
-    for (std::size_t i = 0; i < before.size(); ++i) {
-        const Yuv expected = exactly(before[i], Matrix::bt709, Matrix::bt601);
-        ASSERT_NEAR(after[i].y, expected.y, 1) << i;
-        ASSERT_NEAR(after[i].u, expected.u, 1) << i;
-        ASSERT_NEAR(after[i].v, expected.v, 1) << i;
-    }
+    expectWithinOneStep(Matrix::bt709, Matrix::bt601);
     EXPECT_TRUE(image_.isPaddingUntouched());
 }
 
 TEST_P(EveryPacking, GoesTheOtherWayToo)
 {
-    const auto before = pixels();
-    MatrixConversion(Matrix::bt601, Matrix::bt709).convert(image_.view());
-    const auto after = pixels();
-    for (std::size_t i = 0; i < before.size(); ++i) {
-        const Yuv expected = exactly(before[i], Matrix::bt601, Matrix::bt709);
-        ASSERT_NEAR(after[i].y, expected.y, 1) << i;
-        ASSERT_NEAR(after[i].u, expected.u, 1) << i;
-        ASSERT_NEAR(after[i].v, expected.v, 1) << i;
-    }
+    expectWithinOneStep(Matrix::bt601, Matrix::bt709);
 }
 
 TEST_P(EveryPacking, LeavesGreysAsTheyAre)

@@ -47,6 +47,13 @@ void drawBgra(const PictureReader::Plane& plane, const VideoLayout& target, std:
                            target.stride(), target.width, 1);
 }
 
+// What makes planes of a format that has one.
+auto unpackerOf(OSType format)
+{
+    if (format == kCVPixelFormatType_32BGRA) return libyuv::ARGBToI422;
+    return format == kCVPixelFormatType_422YpCbCr8 ? libyuv::UYVYToI422 : libyuv::YUY2ToI422;
+}
+
 }  // namespace
 
 void FrameConverter::convert(const PictureReader& source, const VideoLayout& target, std::uint8_t* pixels)
@@ -111,20 +118,13 @@ PlanarView FrameConverter::loadPlanar(const PictureReader& source)
     const auto& [bytes, stride] = source.plane(0);
     switch (source.format()) {
     case kCVPixelFormatType_422YpCbCr8:
-    case kCVPixelFormatType_422YpCbCr8_yuvs: {
-        loaded_.resize(source.width(), source.height(), false);
-        const PlanarView& view = loaded_.view();
-        const auto unpack =
-            source.format() == kCVPixelFormatType_422YpCbCr8 ? libyuv::UYVYToI422 : libyuv::YUY2ToI422;
-        unpack(bytes, stride, loaded_.y(), view.strideY, loaded_.u(), view.strideU, loaded_.v(), view.strideV,
-               view.width, view.height);
-        return view;
-    }
+    case kCVPixelFormatType_422YpCbCr8_yuvs:
     case kCVPixelFormatType_32BGRA: {
         loaded_.resize(source.width(), source.height(), false);
         const PlanarView& view = loaded_.view();
-        libyuv::ARGBToI422(bytes, stride, loaded_.y(), view.strideY, loaded_.u(), view.strideU, loaded_.v(),
-                           view.strideV, view.width, view.height);
+        const auto unpack = unpackerOf(source.format());
+        unpack(bytes, stride, loaded_.y(), view.strideY, loaded_.u(), view.strideU, loaded_.v(), view.strideV,
+               view.width, view.height);
         return view;
     }
     case kCVPixelFormatType_420YpCbCr8Planar: {

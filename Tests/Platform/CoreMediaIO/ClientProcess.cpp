@@ -2,6 +2,10 @@
 
 #include "Tests/Support/Wait.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <sstream>
 
@@ -18,6 +22,13 @@ std::vector<std::string> withProgram(std::vector<std::string> arguments)
 void parseColor(const std::string& text, int (&color)[3])
 {
     std::sscanf(text.c_str(), "%d,%d,%d", &color[0], &color[1], &color[2]);
+}
+
+// For both directions, so that neither end waits for the other one's opening.
+pavo::UniqueFd openGate(const std::string& path)
+{
+    ::mkfifo(path.c_str(), 0600);
+    return pavo::UniqueFd(::open(path.c_str(), O_RDWR | O_CLOEXEC));
 }
 
 }  // namespace
@@ -54,6 +65,17 @@ std::vector<SeenFrame> ClientProcess::frames() const
 bool ClientProcess::waitForFrames(std::size_t count) const
 {
     return pavo::test::waitFor([this, count] { return frames().size() >= count; });
+}
+
+HoldingClient::HoldingClient()
+    : gatePath_(folder_.path() + "/gate"),
+      gate_(openGate(gatePath_)),
+      process_({"--gate", gatePath_})
+{}
+
+bool HoldingClient::letGo() const
+{
+    return ::write(gate_.get(), "", 1) == 1;
 }
 
 }  // namespace cmio::test

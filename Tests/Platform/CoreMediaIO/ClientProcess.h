@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Support/UniqueFd.h"
 #include "Tests/Platform/CoreMediaIO/Pictures.h"
 #include "Tests/Support/ChildProcess.h"
 #include "Tests/Support/Descriptors.h"
@@ -40,6 +41,21 @@ public:
 private:
     pavo::test::TemporaryFolder folder_;
     pavo::test::ChildProcess process_;
+};
+
+// A client that holds each frame until it is told to let go of it.
+class HoldingClient {
+public:
+    HoldingClient();
+
+    ClientProcess& process() { return process_; }
+    bool letGo() const;
+
+private:
+    pavo::test::TemporaryFolder folder_;
+    const std::string gatePath_;
+    const pavo::UniqueFd gate_;
+    ClientProcess process_;
 };
 
 }  // namespace cmio::test

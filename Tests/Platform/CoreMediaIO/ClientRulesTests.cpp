@@ -1,16 +1,13 @@
 // What capture programs ask of a camera in PipeWire, none of which PipeWire itself does.
 
-#include "Platform/Support/UniqueFd.h"
 #include "Tests/Platform/CoreMediaIO/CameraInPipeWire.h"
 #include "Tests/Platform/CoreMediaIO/ClientProcess.h"
 #include "Tests/Platform/CoreMediaIO/PickyClient.h"
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 #include <signal.h>
 #include <spa/param/video/raw.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -216,13 +213,9 @@ TEST_F(CameraRules, GivesFramesInThreeBuffersAtLeastWhateverKilledClientsHeld)
     ASSERT_TRUE(client.waitForFrames(3)) << client.refusal();
     for (int round = 0; round < 4; ++round) {
         // Reads a frame, and does not end with it.
-        const pavo::test::TemporaryFolder folder;
-        const std::string gate = folder.path() + "/gate";
-        ASSERT_EQ(::mkfifo(gate.c_str(), 0600), 0);
-        const pavo::UniqueFd opened(::open(gate.c_str(), O_RDWR | O_CLOEXEC));
-        ClientProcess slow({"--gate", gate});
-        ASSERT_TRUE(slow.waitForFrames(1));
-        slow.end(SIGKILL);
+        HoldingClient killed;
+        ASSERT_TRUE(killed.process().waitForFrames(1));
+        killed.process().end(SIGKILL);
     }
     ASSERT_TRUE(client.waitForFrames(5));
     client.takeUsedBufferCount();

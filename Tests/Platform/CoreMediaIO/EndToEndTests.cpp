@@ -1,5 +1,4 @@
 #include "Platform/CoreMediaIO/linux/PipeWireHeaders.h"
-#include "Platform/Support/UniqueFd.h"
 #include "Tests/Platform/CoreMediaIO/CameraInPipeWire.h"
 #include "Tests/Platform/CoreMediaIO/ClientProcess.h"
 #include "Tests/Platform/CoreMediaIO/Pictures.h"
@@ -9,10 +8,8 @@
 #include "Tests/Support/PipeWireSession.h"
 #include "Tests/Support/Wait.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -32,6 +29,7 @@ using pavo::test::PipeWireSession;
 using pavo::test::waitFor;
 using test::CameraInPipeWire;
 using test::ClientProcess;
+using test::HoldingClient;
 using test::kBlue;
 using test::kGreen;
 using test::kNode;
@@ -331,24 +329,20 @@ TEST_F(CameraInPipeWire, LetsASlowClientHarmNobody)
         GTEST_SKIP() << "This PipeWire gives nobody a frame while a client has not finished with the last";
     startCamera();
     send();
-    const pavo::test::TemporaryFolder folder;
-    const std::string gatePath = folder.path() + "/gate";
-    ASSERT_EQ(::mkfifo(gatePath.c_str(), 0600), 0);
-    const pavo::UniqueFd gate(::open(gatePath.c_str(), O_RDWR | O_CLOEXEC));
-    ClientProcess slow({"--gate", gatePath});
-    ASSERT_TRUE(slow.waitForFrames(1));
+    HoldingClient slow;
+    ASSERT_TRUE(slow.process().waitForFrames(1));
     ClientProcess fast;
     ASSERT_TRUE(fast.waitForFrames(1));
     for (int round = 0; round < 20; ++round) {
         ASSERT_TRUE(fast.waitForMoreFrames(6));
-        ASSERT_EQ(::write(gate.get(), "", 1), 1);
+        ASSERT_TRUE(slow.letGo());
     }
     const auto frames = fast.frames();
     // Out of 120 frames that were sent while it watched, a tenth may be missing on a busy machine; a client
     // in the slow one's shadow would see every sixth.
     const auto sent = frames.back().sequence - frames.front().sequence + 1;
     EXPECT_GE(static_cast<double>(frames.size()), 0.9 * static_cast<double>(sent));
-    const auto slowFrames = slow.frames();
+    const auto slowFrames = slow.process().frames();
     EXPECT_TRUE(std::all_of(slowFrames.begin(), slowFrames.end(),
                             [](const auto& frame) { return showsYuv(frame.upperLeft, kRed); }));
 }
