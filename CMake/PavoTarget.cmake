@@ -98,6 +98,9 @@ endfunction()
 # What all test programs are compiled with: they share a precompiled header, so they must agree on it. Where a
 # test failed is told by lines; its variables would cost each build a sixth of its time. PipeWire's users are
 # compiled for threads, so all are.
+#
+# A few sources of a program are compiled as one: most of their time goes into templates that they share. So
+# names in their unnamed namespaces must differ.
 set(PAVO_TEST_OPTIONS -pthread $<$<CONFIG:Debug>:-g1>)
 
 function(pavo_compile_as_test target)
@@ -106,6 +109,7 @@ function(pavo_compile_as_test target)
   get_target_property(sources ${target} SOURCES)
   if(NOT "${sources};" MATCHES "\\.(c|mm);")
     target_precompile_headers(${target} REUSE_FROM TestHeaders)
+    set_target_properties(${target} PROPERTIES UNITY_BUILD ${PAVO_JOIN_TESTS} UNITY_BUILD_BATCH_SIZE 8)
   endif()
 endfunction()
 

@@ -1,28 +1,20 @@
 #include "Tools/Arguments.h"
 
+#include "Tools/Numbers.h"
+
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <charconv>
 #include <cmath>
 #include <cstdio>
 
 namespace pavo::tools {
 namespace {
 
-template <typename Number>
-bool parseWhole(std::string_view text, Number& value)
-{
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    return error == std::errc() && end == text.data() + text.size();
-}
-
 std::string quoted(std::string_view text)
 {
     return "'" + std::string(text) + "'";
 }
-
-constexpr double kFastestRate = 1000;
 
 }  // namespace
 

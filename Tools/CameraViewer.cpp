@@ -18,7 +18,6 @@ namespace {
 
 // How many frames wait for a slow reader before the oldest is given up.
 constexpr std::size_t kNotesKept = 16;
-constexpr std::int64_t kStatusEveryNs = 500'000'000;
 
 std::int64_t nanoseconds(double seconds)
 {
@@ -258,7 +257,7 @@ void CameraViewer::showStatus()
 {
     const std::int64_t now = monotonicNs();
     if (now < nextStatusNs_) return;
-    nextStatusNs_ = now + kStatusEveryNs;
+    nextStatusNs_ = now + Reporter::kStatusEveryNs;
     IntervalStatistics::Summary summary;
     {
         const std::lock_guard lock(mutex_);

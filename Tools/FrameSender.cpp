@@ -12,8 +12,6 @@
 namespace pavo::tools {
 namespace {
 
-constexpr std::int64_t kStatusEveryNs = 500'000'000;
-
 pavo_pixel_format formatOf(Packing packing)
 {
     switch (packing) {
@@ -181,7 +179,7 @@ void FrameSender::showStatus(const Producer& producer)
 {
     const std::int64_t now = monotonicNs();
     if (now < nextStatusNs_) return;
-    nextStatusNs_ = now + kStatusEveryNs;
+    nextStatusNs_ = now + Reporter::kStatusEveryNs;
     const char* state = !producer.isConnected() ? "no camera"
                         : producer.isWanted()   ? "sending"
                                                 : "nobody watches";

@@ -8,6 +8,9 @@
 
 namespace pavo::tools {
 
+// Frames per second above which nothing is video.
+inline constexpr double kFastestRate = 1000;
+
 // Frames per second as a fraction, as video files say it.
 struct FrameRate {
     std::uint32_t numerator;

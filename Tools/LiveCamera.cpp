@@ -10,7 +10,6 @@
 namespace pavo::tools {
 namespace {
 
-constexpr std::int64_t kSecondNs = 1'000'000'000;
 // A frame that is early by so much counts as one in time: they never come exactly when they are due.
 constexpr std::int64_t kEarlyNs = 3'000'000;
 

@@ -2,6 +2,7 @@
 
 #include <nlohmann/json_fwd.hpp>
 
+#include <cstdint>
 #include <mutex>
 #include <string_view>
 
@@ -13,6 +14,9 @@ namespace pavo::tools {
 // Threads: any.
 class Reporter final {
 public:
+    // How often a line of status is worth a look.
+    static constexpr std::int64_t kStatusEveryNs = 500'000'000;
+
     Reporter(std::string_view command, bool isJson);
     ~Reporter();
     Reporter(const Reporter&) = delete;

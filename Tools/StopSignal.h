@@ -29,5 +29,6 @@ private:
 
 // CLOCK_MONOTONIC now.
 std::int64_t monotonicNs();
+inline constexpr std::int64_t kSecondNs = 1'000'000'000;
 
 }  // namespace pavo::tools

@@ -51,11 +51,6 @@ ChafaCanvasMode colorsOf(ChafaTermInfo* terminal)
     return CHAFA_CANVAS_MODE_FGBG;
 }
 
-std::string moveTo(int row, int column)
-{
-    return "\x1b[" + std::to_string(row + 1) + ";" + std::to_string(column + 1) + "H";
-}
-
 }  // namespace
 
 Result<Graphics> parseGraphics(std::string_view text)

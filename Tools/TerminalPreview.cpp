@@ -9,16 +9,10 @@
 namespace pavo::tools {
 namespace {
 
-constexpr std::int64_t kSecondNs = 1'000'000'000;
 constexpr int kLookAtTheClockMs = 250;
 // What is drawn in between appears at once, where the terminal knows how.
 constexpr std::string_view kUpdateBegin = "\x1b[?2026h", kUpdateEnd = "\x1b[?2026l";
 constexpr std::string_view kClear = "\x1b[0m\x1b[2J";
-
-std::string moveTo(int row, int column)
-{
-    return "\x1b[" + std::to_string(row + 1) + ";" + std::to_string(column + 1) + "H";
-}
 
 std::string centered(const std::string& text, int row, const TerminalSize& size)
 {

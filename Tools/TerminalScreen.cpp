@@ -57,6 +57,11 @@ void stopForAWhile()
 
 }  // namespace
 
+std::string moveTo(int row, int column)
+{
+    return "\x1b[" + std::to_string(row + 1) + ";" + std::to_string(column + 1) + "H";
+}
+
 std::string pageOf(const std::vector<std::string>& lines, std::size_t rows)
 {
     std::string page = "\x1b[H";

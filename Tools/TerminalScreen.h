@@ -22,6 +22,9 @@ struct TerminalSize {
     bool operator==(const TerminalSize&) const = default;
 };
 
+// What is written to go on there, counted from the upper left corner.
+std::string moveTo(int row, int column);
+
 // What is written to show these lines from the upper left corner on, in place of what was there. Lines beyond
 // the last row are left out.
 std::string pageOf(const std::vector<std::string>& lines, std::size_t rows);

@@ -1,9 +1,9 @@
 #include "Tools/Y4MSource.h"
 
+#include "Tools/Numbers.h"
 #include "Tools/RawVideoSource.h"
 
 #include <algorithm>
-#include <charconv>
 #include <libyuv.h>
 #include <span>
 #include <utility>
@@ -12,14 +12,6 @@ namespace pavo::tools {
 namespace {
 
 constexpr std::size_t kHeaderLimit = 1024;
-constexpr double kFastestRate = 1000;
-
-template <typename Integer>
-bool parseWhole(std::string_view text, Integer& value)
-{
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    return error == std::errc() && end == text.data() + text.size();
-}
 
 bool parseSide(std::string_view text, std::uint32_t& side)
 {

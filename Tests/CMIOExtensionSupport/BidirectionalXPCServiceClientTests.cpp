@@ -25,17 +25,9 @@ using testing::Not;
 using xpc::test::Peer;
 
 // The camera's peer: it sends frames and hears subscriptions.
-using FrameClient = BidirectionalXPCServiceClient<VideoFrameConsumerService, VideoFrameProducerService>;
+using DiallingClient = BidirectionalXPCServiceClient<VideoFrameConsumerService, VideoFrameProducerService>;
 
-static_assert(!std::is_default_constructible_v<FrameClient>, "a client needs somebody to dial for it");
-
-class Producer final : public VideoFrameProducerService {
-public:
-    void subscribeToVideoFrames() override { ++subscriptions; }
-    void unsubscribeFromVideoFrames() override {}
-
-    std::atomic<int> subscriptions = 0;
-};
+static_assert(!std::is_default_constructible_v<DiallingClient>, "a client needs somebody to dial for it");
 
 constexpr auto kInitiating = "log default BidirectionalXPCServiceClient: Initiating XPC connection…";
 constexpr auto kAttempting =
@@ -50,7 +42,7 @@ class BidirectionalXPCServiceClient : public testing::Test {
 protected:
     BidirectionalXPCServiceClient()
     {
-        client->setOnGainedConnection([this](const FrameClient::RemoteObject&) {
+        client->setOnGainedConnection([this](const DiallingClient::RemoteObject&) {
             queueOfGain.store(dispatch_queue_get_label(nullptr));
             ++gains;
         });
@@ -101,9 +93,9 @@ protected:
     std::atomic<int> losses = 0;
     Synchronized<std::string> queueOfGain;
     Synchronized<std::string> queueOfLoss;
-    std::shared_ptr<Producer> producer = std::make_shared<Producer>();
-    std::shared_ptr<FrameClient> client =
-        FrameClient::create(producer, [this]() -> std::shared_ptr<xpc::Connection> {
+    std::shared_ptr<SubscriptionCounter> producer = std::make_shared<SubscriptionCounter>();
+    std::shared_ptr<DiallingClient> client =
+        DiallingClient::create(producer, [this]() -> std::shared_ptr<xpc::Connection> {
             queueOfDial.store(dispatch_queue_get_label(nullptr));
             if (!isDialling) return nullptr;
             const std::lock_guard lock(mutex);
@@ -122,7 +114,7 @@ TEST_F(BidirectionalXPCServiceClient, DoesNotConnectBeforeItIsStarted)
 
 TEST_F(BidirectionalXPCServiceClient, StartsWithoutClosures)
 {
-    const auto fresh = FrameClient::create(nullptr, [] { return nullptr; });
+    const auto fresh = DiallingClient::create(nullptr, [] { return nullptr; });
     EXPECT_EQ(fresh->localObject(), nullptr);
     EXPECT_FALSE(fresh->onGainedConnection());
     EXPECT_FALSE(fresh->onLostConnection());
@@ -150,7 +142,7 @@ TEST_F(BidirectionalXPCServiceClient, ConfiguresAConnectionInTheFixedOrderBefore
 TEST_F(BidirectionalXPCServiceClient, DialsOnItsOwnSerialQueueOfNoParticularQualityOfService)
 {
     takeQualitiesOfService();
-    const auto other = FrameClient::create(nullptr, [] { return nullptr; });
+    const auto other = DiallingClient::create(nullptr, [] { return nullptr; });
     startAndConnect();
 
     EXPECT_EQ(queueOfDial.load(), kQueue);
@@ -180,7 +172,7 @@ TEST_F(BidirectionalXPCServiceClient, ReportsTheGainRightAfterResumingBeforeTheP
 TEST_F(BidirectionalXPCServiceClient, TheGainReachesTheClosureOnTheGlobalQueueWhereItMayReadTheRemoteObject)
 {
     std::atomic<bool> hasRemoteObject = false;
-    client->setOnGainedConnection([&](const FrameClient::RemoteObject& remote) {
+    client->setOnGainedConnection([&](const DiallingClient::RemoteObject& remote) {
         dispatch_assert_queue(dispatch_get_global_queue(QOS_CLASS_DEFAULT, 0));
         hasRemoteObject = client->remoteObject().has_value();
         remote.send<&VideoFrameConsumerService::targetFPSChangedTo>(24.0);
@@ -332,7 +324,7 @@ TEST_F(BidirectionalXPCServiceClient, DeliversThePeersMessagesToTheLocalObjectOn
 
 TEST_F(BidirectionalXPCServiceClient, SettingTheLocalObjectBeforeAnyConnectionExistsOnlyStoresIt)
 {
-    const auto other = std::make_shared<Producer>();
+    const auto other = std::make_shared<SubscriptionCounter>();
     Journal journal;
     client->setLocalObject(other);
     settle();
@@ -348,7 +340,7 @@ TEST_F(BidirectionalXPCServiceClient, SettingTheLocalObjectBeforeAnyConnectionEx
 TEST_F(BidirectionalXPCServiceClient, SettingTheLocalObjectWhileConnectedStoresItAtOnceAndExportsItOnTheQueue)
 {
     startAndConnect();
-    const auto other = std::make_shared<Producer>();
+    const auto other = std::make_shared<SubscriptionCounter>();
     const auto before = peer(0)->exportedObject().object;
     // Holds the client's queue back while the object is set.
     xpc::test::setCallObserver([&](const std::string& call) {
@@ -428,8 +420,8 @@ TEST_F(BidirectionalXPCServiceClient, IsKeptByItsConnectionAndByTheAttemptThatWa
     client->setOnGainedConnection(nullptr);
     client->setOnLostConnection(nullptr);
     settle();
-    std::weak_ptr<FrameClient> weakClient = client;
-    client = FrameClient::create(nullptr, [] { return nullptr; });
+    std::weak_ptr<DiallingClient> weakClient = client;
+    client = DiallingClient::create(nullptr, [] { return nullptr; });
     EXPECT_FALSE(weakClient.expired());
 
     peer(0)->failWithInvalidation();

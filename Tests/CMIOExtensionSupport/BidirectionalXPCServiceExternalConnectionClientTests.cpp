@@ -18,18 +18,11 @@ using testing::IsEmpty;
 using testing::Not;
 using xpc::test::Peer;
 
-using FrameClient =
+using GivenConnectionClient =
     BidirectionalXPCServiceExternalConnectionClient<VideoFrameConsumerService, VideoFrameProducerService>;
 
-static_assert(!std::is_default_constructible_v<FrameClient>, "made by create, with or without an object");
-
-class Producer final : public VideoFrameProducerService {
-public:
-    void subscribeToVideoFrames() override { ++subscriptions; }
-    void unsubscribeFromVideoFrames() override {}
-
-    int subscriptions = 0;
-};
+static_assert(!std::is_default_constructible_v<GivenConnectionClient>,
+              "made by create, with or without an object");
 
 constexpr auto kResuming = "log default BidirectionalXPCServiceExternalConnectionClient: "
                            "Now attempting to resume externally-provided XPC connection…";
@@ -43,8 +36,8 @@ protected:
         return from.send<VideoFrameProducerService, &VideoFrameProducerService::subscribeToVideoFrames>();
     }
 
-    std::shared_ptr<Producer> producer = std::make_shared<Producer>();
-    std::shared_ptr<FrameClient> client = FrameClient::create(producer);
+    std::shared_ptr<SubscriptionCounter> producer = std::make_shared<SubscriptionCounter>();
+    std::shared_ptr<GivenConnectionClient> client = GivenConnectionClient::create(producer);
 };
 
 TEST_F(BidirectionalXPCServiceExternalConnectionClient, StartsWithoutConnectionAndClosures)
@@ -59,7 +52,7 @@ TEST_F(BidirectionalXPCServiceExternalConnectionClient, StartAloneDoesNothing)
 {
     Journal journal;
     bool wasCalled = false;
-    client->setOnGainedConnection([&](const FrameClient::RemoteObject&) { wasCalled = true; });
+    client->setOnGainedConnection([&](const GivenConnectionClient::RemoteObject&) { wasCalled = true; });
     client->setOnLostConnection([&] { wasCalled = true; });
     client->start();
 
@@ -100,7 +93,7 @@ TEST_F(BidirectionalXPCServiceExternalConnectionClient, ReportsTheGainOnTheCalle
 {
     Peer peer;
     std::thread::id thread;
-    client->setOnGainedConnection([&](const FrameClient::RemoteObject& remote) {
+    client->setOnGainedConnection([&](const GivenConnectionClient::RemoteObject& remote) {
         thread = std::this_thread::get_id();
         remote.send<&VideoFrameConsumerService::targetFPSChangedTo>(24.0);
     });
@@ -193,7 +186,7 @@ TEST_F(BidirectionalXPCServiceExternalConnectionClient, DeliversThePeersMessages
 TEST_F(BidirectionalXPCServiceExternalConnectionClient,
        SettingTheLocalObjectBeforeAnyConnectionExistsOnlyStoresIt)
 {
-    const auto other = std::make_shared<Producer>();
+    const auto other = std::make_shared<SubscriptionCounter>();
     Journal journal;
     client->setLocalObject(other);
     EXPECT_THAT(journal.entries(), IsEmpty());
@@ -207,7 +200,7 @@ TEST_F(BidirectionalXPCServiceExternalConnectionClient,
 
 TEST_F(BidirectionalXPCServiceExternalConnectionClient, SettingTheLocalObjectWhileConnectedExportsItAtOnce)
 {
-    const auto bare = FrameClient::create(nullptr);
+    const auto bare = GivenConnectionClient::create(nullptr);
     Peer peer;
     bare->connect(peer.connection());
     EXPECT_FALSE(subscribe(peer));
@@ -236,7 +229,7 @@ TEST_F(BidirectionalXPCServiceExternalConnectionClient,
 {
     Peer peer(&xpc::describe<VideoFrameProducerService>());
     bool wasGained = false;
-    client->setOnGainedConnection([&](const FrameClient::RemoteObject&) { wasGained = true; });
+    client->setOnGainedConnection([&](const GivenConnectionClient::RemoteObject&) { wasGained = true; });
     client->connect(peer.connection());
 
     EXPECT_FALSE(client->remoteObject());
@@ -247,7 +240,7 @@ TEST_F(BidirectionalXPCServiceExternalConnectionClient, AConnectionKeepsTheClien
 {
     Peer peer;
     client->connect(peer.connection());
-    std::weak_ptr<FrameClient> weakClient = client;
+    std::weak_ptr<GivenConnectionClient> weakClient = client;
     client.reset();
     EXPECT_FALSE(weakClient.expired());
 

@@ -13,6 +13,7 @@
 #include <CoreVideo/CoreVideo.h>
 #include <IOSurface/IOSurface.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -26,6 +27,15 @@ namespace pavo::test {
 
 using FrameServer =
     BidirectionalXPCServiceServer<VideoFrameProducerServiceReportReceiving, VideoFrameConsumerService>;
+
+// The camera's peer, as far as it hears subscriptions.
+class SubscriptionCounter final : public VideoFrameProducerService {
+public:
+    void subscribeToVideoFrames() override { ++subscriptions; }
+    void unsubscribeFromVideoFrames() override {}
+
+    std::atomic<int> subscriptions = 0;
+};
 
 // Records log messages and the calls of the doubles of XPC and CoreMediaIO in one list, from its construction
 // on. A message reads "log <type> <category>: <text>"; types are default, info and error.

@@ -1,6 +1,6 @@
 #include "Tests/Clients/CameraPage.h"
 
-#include "Tests/EndToEnd/Patience.h"
+#include "Tests/Support/Patience.h"
 
 #include <algorithm>
 

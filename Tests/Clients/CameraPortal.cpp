@@ -1,6 +1,6 @@
 #include "Tests/Clients/CameraPortal.h"
 
-#include "Tests/EndToEnd/Patience.h"
+#include "Tests/Support/Patience.h"
 
 #include <signal.h>
 #include <unistd.h>

@@ -1,6 +1,6 @@
 #include "Tests/Clients/ObsStudio.h"
 
-#include "Tests/EndToEnd/Patience.h"
+#include "Tests/Support/Patience.h"
 
 #include <glob.h>
 #include <nlohmann/json.hpp>

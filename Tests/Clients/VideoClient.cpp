@@ -1,7 +1,7 @@
 #include "Tests/Clients/VideoClient.h"
 
-#include "Tests/EndToEnd/Patience.h"
 #include "Tests/Support/ChildProcess.h"
+#include "Tests/Support/Patience.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #include "Tests/EndToEnd/CameraProcess.h"
 
-#include "Tests/EndToEnd/Patience.h"
+#include "Tests/Support/Patience.h"
 
 #include <algorithm>
 #include <ctime>

@@ -15,18 +15,10 @@ namespace {
 constexpr int kFailure = 1;
 constexpr int kWrongUsage = 2;
 
-struct Ended {
-    std::optional<int> status;
-    std::string output;
-};
-
 // A shell's command line, in which $PAVO is the program.
 Ended run(const std::string& script)
 {
-    const TemporaryFolder folder;
-    ChildProcess process({"env", "PAVO=" + pavoProgram(), "sh", "-c", script}, folder.path() + "/output");
-    const auto status = process.waitForExit(kPatience);
-    return {status, readFile(folder.path() + "/output")};
+    return runToItsEnd({"env", "PAVO=" + pavoProgram(), "sh", "-c", script});
 }
 
 void expectError(const std::string& script, int status, const std::string& sentence)

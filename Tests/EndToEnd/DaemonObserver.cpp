@@ -1,6 +1,6 @@
 #include "Tests/EndToEnd/DaemonObserver.h"
 
-#include "Tests/EndToEnd/Patience.h"
+#include "Tests/Support/Patience.h"
 
 #include <pipewire/pipewire.h>
 

@@ -1,6 +1,6 @@
 #include "Tests/EndToEnd/PavoProcess.h"
 
-#include "Tests/EndToEnd/Patience.h"
+#include "Tests/Support/Patience.h"
 
 #include <signal.h>
 
@@ -24,6 +24,14 @@ const std::string& pavoProgram()
 {
     static const std::string path = PAVO_PROGRAM;
     return path;
+}
+
+Ended runToItsEnd(const std::vector<std::string>& command)
+{
+    const TemporaryFolder folder;
+    ChildProcess process(command, folder.path() + "/output");
+    const auto status = process.waitForExit(kPatience);
+    return {status, readFile(folder.path() + "/output")};
 }
 
 PavoProcess::PavoProcess(std::vector<std::string> arguments, const std::string& program)

@@ -22,6 +22,13 @@ struct ViewedFrame {
 // The program under test.
 const std::string& pavoProgram();
 
+// A program that has ended, and all it wrote. No status: a signal ended it, or it had to be killed.
+struct Ended {
+    std::optional<int> status;
+    std::string output;
+};
+Ended runToItsEnd(const std::vector<std::string>& command);
+
 // A `pavo` command that runs with --json beside the test, or a program that reports like one. What it writes
 // is read as it comes.
 //

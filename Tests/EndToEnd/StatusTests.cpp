@@ -21,18 +21,10 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-struct Ended {
-    std::optional<int> status;
-    std::string output;
-};
-
 Ended runPavo(std::vector<std::string> arguments)
 {
-    const TemporaryFolder folder;
     arguments.insert(arguments.begin(), pavoProgram());
-    ChildProcess process(arguments, folder.path() + "/output");
-    const auto status = process.waitForExit(kPatience);
-    return {status, readFile(folder.path() + "/output")};
+    return runToItsEnd(arguments);
 }
 
 // An empty object where the command failed.

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "Tests/EndToEnd/CameraProcess.h"
-#include "Tests/EndToEnd/Patience.h"
 #include "Tests/EndToEnd/PavoProcess.h"
 #include "Tests/Support/Descriptors.h"
+#include "Tests/Support/Patience.h"
 #include "Tests/Support/PipeWireSession.h"
 
 #include <gmock/gmock.h>

@@ -1,15 +1,12 @@
 #include "Tests/Helper/HelperProcess.h"
 
-#include "Tests/Support/Wait.h"
+#include "Tests/Support/Patience.h"
 
-#include <chrono>
 #include <sstream>
 
 namespace pavo::test {
 
 namespace {
-
-constexpr std::chrono::seconds kPatience(40);
 
 std::vector<std::string> commandLine(const std::string& behaviour, const std::string& version)
 {
@@ -22,7 +19,7 @@ std::vector<std::string> commandLine(const std::string& behaviour, const std::st
 
 HelperProcess::HelperProcess(const std::string& behaviour, const std::string& version)
     : process_(commandLine(behaviour, version), output()),
-      isReady_(waitFor([this] { return readFile(output()).starts_with("ready\n"); }, kPatience))
+      isReady_(eventually([this] { return readFile(output()).starts_with("ready\n"); }))
 {}
 
 std::vector<std::string> HelperProcess::calls() const
@@ -36,7 +33,7 @@ std::vector<std::string> HelperProcess::calls() const
 
 bool HelperProcess::waitForCalls(std::size_t count) const
 {
-    return waitFor([&] { return calls().size() >= count; }, kPatience);
+    return eventually([&] { return calls().size() >= count; });
 }
 
 }  // namespace pavo::test

@@ -1,7 +1,7 @@
 // The smaller parts of the live previews.
 
 #include "Tests/Support/Descriptors.h"
-#include "Tests/Support/Wait.h"
+#include "Tests/Support/Patience.h"
 #include "Tools/JpegEncoder.h"
 #include "Tools/LoopbackListener.h"
 #include "Tools/StatusWatch.h"
@@ -52,12 +52,11 @@ int __wrap_socket(int family, int type, int protocol)
 namespace pavo::tools {
 namespace {
 
+using test::eventually;
 using testing::AnyOf;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
-
-constexpr std::chrono::seconds kDeadline(60);
 
 class Listener : public testing::Test {
 protected:
@@ -147,16 +146,16 @@ TEST(StatusWatch, AsksNobodyUntilSomebodyWantsToKnow)
     });
     EXPECT_EQ(asked, 0);
     EXPECT_EQ(watch.latest(), (nlohmann::json{{"camera", nullptr}, {"problem", nullptr}}));
-    EXPECT_TRUE(test::waitFor([&] { return !watch.latest()["camera"].is_null(); }, kDeadline));
+    EXPECT_TRUE(eventually([&] { return !watch.latest()["camera"].is_null(); }));
     EXPECT_EQ(watch.latest(), (nlohmann::json{{"camera", {{"pid", 7}}}, {"problem", nullptr}}));
-    EXPECT_TRUE(test::waitFor([&] { return watch.latest().is_object() && asked > 1; }, kDeadline))
+    EXPECT_TRUE(eventually([&] { return watch.latest().is_object() && asked > 1; }))
         << "and again, a second later";
 }
 
 TEST(StatusWatch, SaysWhyTheCameraSaysNothing)
 {
     StatusWatch watch([]() -> Result<nlohmann::json> { return Problem{"no camera is running"}; });
-    EXPECT_TRUE(test::waitFor([&] { return !watch.latest()["problem"].is_null(); }, kDeadline));
+    EXPECT_TRUE(eventually([&] { return !watch.latest()["problem"].is_null(); }));
     EXPECT_EQ(watch.latest(), (nlohmann::json{{"camera", nullptr}, {"problem", "no camera is running"}}));
 }
 
@@ -171,10 +170,10 @@ TEST(StatusWatch, AnswersWhileTheCameraThinks)
         return nlohmann::json("done");
     });
     watch.latest();
-    EXPECT_TRUE(test::waitFor([&] { return isAsked.load(); }, kDeadline));
+    EXPECT_TRUE(eventually([&] { return isAsked.load(); }));
     EXPECT_TRUE(watch.latest()["camera"].is_null());
     mayAnswer.set_value();
-    EXPECT_TRUE(test::waitFor([&] { return watch.latest()["camera"] == "done"; }, kDeadline));
+    EXPECT_TRUE(eventually([&] { return watch.latest()["camera"] == "done"; }));
 }
 
 TEST(Graphics, AreOnesThatAreKnown)

@@ -31,7 +31,7 @@ using testing::Not;
 constexpr std::chrono::seconds kDeadline(60);
 constexpr std::chrono::seconds kLittlePatience(1);
 
-std::vector<std::uint8_t> pictureOf(const std::string& text)
+std::vector<std::uint8_t> bytesOf(const std::string& text)
 {
     return {text.begin(), text.end()};
 }
@@ -230,14 +230,14 @@ TEST_F(PreviewServerTest, GivesAViewerThePicturesAsTheyCome)
 {
     auto viewer = watch();
     ASSERT_TRUE(waitForViewers(1));
-    feed_.publish(pictureOf("first"));
+    feed_.publish(bytesOf("first"));
     const auto first = readThrough(viewer, "first\r\n--pavo\r\n");
     EXPECT_THAT(first, HasSubstr("200 OK"));
     EXPECT_THAT(first, HasSubstr("Content-Type: multipart/x-mixed-replace; boundary=pavo\r\n"));
     EXPECT_TRUE(first.ends_with("\r\n\r\n--pavo\r\nContent-Type: image/jpeg\r\nContent-Length: 5\r\n\r\n"
                                 "first\r\n--pavo\r\n"))
         << first;
-    feed_.publish(pictureOf("second"));
+    feed_.publish(bytesOf("second"));
     EXPECT_EQ(readThrough(viewer, "--pavo\r\n"),
               "Content-Type: image/jpeg\r\nContent-Length: 6\r\n\r\nsecond\r\n--pavo\r\n");
     auto late = watch();
@@ -256,7 +256,7 @@ TEST_F(PreviewServerTest, ASlowViewerMissesPicturesThatOthersSee)
     constexpr int kPictures = 50;
     for (int i = 0; i < kPictures; ++i) {
         const std::string name = "picture " + std::to_string(i) + " ends";
-        feed_.publish(pictureOf(filler + name));
+        feed_.publish(bytesOf(filler + name));
         EXPECT_THAT(readThrough(quick, name), HasSubstr(name));
     }
     const std::string last = "picture " + std::to_string(kPictures - 1) + " ends";
@@ -276,7 +276,7 @@ TEST_F(ImpatientPreviewServer, AViewerThatNeverReadsIsGivenUpAndKeepsNobody)
     const bool isGivenUp = waitFor(
         [&] {
             const std::string name = "picture " + std::to_string(number++) + " ends";
-            feed_.publish(pictureOf(filler + name));
+            feed_.publish(bytesOf(filler + name));
             EXPECT_THAT(readThrough(good, name), HasSubstr(name));
             return feed_.viewers() == 1;
         },
@@ -293,7 +293,7 @@ TEST_F(ImpatientPreviewServer, AViewerThatWaitsForPicturesIsNotGivenUp)
         return feed_.viewers() == 0 || std::chrono::steady_clock::now() - since > kLittlePatience * 3;
     });
     EXPECT_EQ(feed_.viewers(), 1U);
-    feed_.publish(pictureOf("at last"));
+    feed_.publish(bytesOf("at last"));
     EXPECT_THAT(readThrough(viewer, "at last"), HasSubstr("at last"));
 }
 
@@ -313,7 +313,7 @@ TEST_F(PreviewServerTest, ForgetsViewersThatVanish)
             kDeadline);
     };
     EXPECT_TRUE(endVanished(2)) << "in its sleep, before a picture came";
-    feed_.publish(pictureOf("one"));
+    feed_.publish(bytesOf("one"));
     for (auto& viewer : viewers)
         EXPECT_THAT(readThrough(viewer, "one"), HasSubstr("one"));
     viewers.pop_back();
@@ -321,7 +321,7 @@ TEST_F(PreviewServerTest, ForgetsViewersThatVanish)
     viewers.clear();
     EXPECT_TRUE(waitFor(
         [&] {
-            feed_.publish(pictureOf("two"));
+            feed_.publish(bytesOf("two"));
             return feed_.viewers() == 0;
         },
         kDeadline))
@@ -340,7 +340,7 @@ TEST_F(PreviewServerTest, ManyViewersWatchAndMoreAreToldToComeLater)
     EXPECT_EQ(ask(port(), "GET", "/status.json").status, 200);
     for (int i = 0; i < 20; ++i) {
         const std::string name = "picture " + std::to_string(i) + " ends";
-        feed_.publish(pictureOf(name));
+        feed_.publish(bytesOf(name));
         for (auto& viewer : viewers)
             EXPECT_THAT(readThrough(viewer, name), HasSubstr(name));
     }
@@ -359,7 +359,7 @@ TEST_F(PreviewServerTest, EndsWithAllThatIsGoingOn)
     for (int i = 0; i < 4; ++i)
         viewers.push_back(watch(4096));
     ASSERT_TRUE(waitForViewers(4));
-    feed_.publish(pictureOf(std::string(4'000'000, '.')));
+    feed_.publish(bytesOf(std::string(4'000'000, '.')));
     HttpConnection silent(port());
     HttpConnection half(port());
     half.send("GET / HT");

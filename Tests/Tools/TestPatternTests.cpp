@@ -165,11 +165,11 @@ TEST(TestPattern, CounterWithAWrongCellIsNone)
 {
     const auto pattern = patternOf(0x123456);
     constexpr int kCells = 32;
-    constexpr double kLeft = 0.06 * 640, kWidth = 0.88 * 640 / kCells;
+    constexpr double kFirst = 0.06 * 640, kWidth = 0.88 * 640 / kCells;
     for (int cell = 0; cell < kCells; ++cell) {
         auto wrong = pattern;
-        const auto begin = static_cast<std::uint32_t>(std::lround(kLeft + cell * kWidth));
-        const auto end = static_cast<std::uint32_t>(std::lround(kLeft + (cell + 1) * kWidth));
+        const auto begin = static_cast<std::uint32_t>(std::lround(kFirst + cell * kWidth));
+        const auto end = static_cast<std::uint32_t>(std::lround(kFirst + (cell + 1) * kWidth));
         for (auto y = 360U * 84 / 100; y < 360U * 97 / 100; ++y)
             for (auto x = begin; x < end; ++x)
                 wrong.at(x, y) = 251 - wrong.at(x, y);

@@ -10,7 +10,7 @@ namespace pavo::tools {
 namespace {
 
 constexpr std::size_t kPaddingBytes = 5;
-constexpr std::uint8_t kPadding = 0xEE;
+constexpr std::uint8_t kUntouched = 0xEE;
 
 }  // namespace
 
@@ -33,7 +33,7 @@ PaddedImage::PaddedImage(const VideoFormat& format) : format_(format)
     std::size_t size = 0;
     for (const auto& plane : planesOf(format))
         size += (plane.rowBytes + kPaddingBytes) * plane.rows;
-    bytes_.assign(size, kPadding);
+    bytes_.assign(size, kUntouched);
 }
 
 ImageView PaddedImage::view()
@@ -66,7 +66,7 @@ bool PaddedImage::isPaddingUntouched()
     for (const auto& plane : planesOf(format_)) {
         for (std::size_t y = 0; y < plane.rows; ++y)
             for (std::size_t i = 0; i < kPaddingBytes; ++i)
-                if (view().row(index, y)[plane.rowBytes + i] != kPadding) return false;
+                if (view().row(index, y)[plane.rowBytes + i] != kUntouched) return false;
         ++index;
     }
     return true;

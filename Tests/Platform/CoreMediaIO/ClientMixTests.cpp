@@ -4,6 +4,7 @@
 #include "Tests/Platform/CoreMediaIO/ClientProcess.h"
 #include "Tests/Platform/CoreMediaIO/PickyClient.h"
 #include "Tests/Support/ChildProcess.h"
+#include "Tests/Support/Patience.h"
 
 #include <spa/param/video/raw.h>
 
@@ -13,10 +14,9 @@ namespace cmio::test {
 namespace {
 
 using pavo::test::ChildProcess;
+using pavo::test::kPatience;
 using pavo::test::PipeWireSession;
 using pavo::test::waitFor;
-
-constexpr std::chrono::seconds kPatience(30);
 
 class ClientMix : public CameraInPipeWire {
 protected:

@@ -3,6 +3,7 @@
 #include "Tests/Platform/CoreMediaIO/CameraInPipeWire.h"
 #include "Tests/Platform/CoreMediaIO/ClientProcess.h"
 #include "Tests/Platform/CoreMediaIO/PickyClient.h"
+#include "Tests/Support/Patience.h"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
@@ -17,10 +18,9 @@ namespace cmio::test {
 namespace {
 
 using nlohmann::json;
+using pavo::test::kPatience;
 using pavo::test::PipeWireSession;
 using pavo::test::waitFor;
-
-constexpr std::chrono::seconds kPatience(30);
 
 class CameraRules : public CameraInPipeWire {
 protected:

@@ -1,6 +1,7 @@
 #include "Platform/CoreMediaIO/linux/DaemonWatcher.h"
 #include "Platform/CoreMediaIO/linux/EmbeddedServer.h"
 #include "Tests/Support/Descriptors.h"
+#include "Tests/Support/Patience.h"
 #include "Tests/Support/Wait.h"
 
 #include <gtest/gtest.h>
@@ -15,10 +16,9 @@
 namespace cmio {
 namespace {
 
+using pavo::test::kPatience;
 using pavo::test::openDescriptorCount;
 using pavo::test::waitFor;
-
-constexpr std::chrono::seconds kPatience(30);
 
 class DaemonWatcherTest : public testing::Test {
 protected:

@@ -14,12 +14,6 @@ namespace {
 
 const ns::Error kParameterError{ns::NSOSStatusErrorDomain, -50};
 
-std::shared_ptr<ExtensionStream> makeStream()
-{
-    return ExtensionStream::create("Stream", ns::UUID::random(), ExtensionStreamDirection::source,
-                                   ExtensionStreamClockType::hostTime, {});
-}
-
 std::shared_ptr<ExtensionDevice> makeDevice()
 {
     return ExtensionDevice::create("Device", ns::UUID::random(), "Legacy", {});
@@ -49,7 +43,7 @@ TEST(ExtensionProvider, TakesNoNullDevice)
 TEST(ExtensionDevice, TakesAStreamOnce)
 {
     const auto device = makeDevice();
-    const auto stream = makeStream();
+    const auto stream = test::makeStream();
     ns::Error error;
     EXPECT_TRUE(device->addStream(stream, &error));
     EXPECT_FALSE(device->addStream(stream, &error));
@@ -81,7 +75,7 @@ TEST(ExtensionProvider, KeepsItsSourceWeakly)
 
 TEST(StreamingClients, AreThoseThatStreamNow)
 {
-    const auto stream = makeStream();
+    const auto stream = test::makeStream();
     EXPECT_TRUE(stream->streamingClients().empty());
     const std::vector<ExtensionClient> clients = {{ns::UUID::random(), 1}, {ns::UUID::random(), 2}};
     test::setStreamingClients(*stream, clients);
@@ -90,7 +84,7 @@ TEST(StreamingClients, AreThoseThatStreamNow)
 
 TEST(StreamingClients, TellsObserversTheNewValueOnly)
 {
-    const auto stream = makeStream();
+    const auto stream = test::makeStream();
     std::vector<std::size_t> sizes;
     const auto observation = stream->observeStreamingClients(
         [&sizes](const auto& change) { sizes.push_back(change.newValue ? change.newValue->size() : 99); });
@@ -102,7 +96,7 @@ TEST(StreamingClients, TellsObserversTheNewValueOnly)
 
 TEST(StreamingClients, TellsNothingAfterTheObservationEnds)
 {
-    const auto stream = makeStream();
+    const auto stream = test::makeStream();
     int calls = 0;
     {
         const auto observation = stream->observeStreamingClients([&calls](const auto&) { ++calls; });
@@ -114,7 +108,7 @@ TEST(StreamingClients, TellsNothingAfterTheObservationEnds)
 
 TEST(StreamingClients, LetsAnObserverEndItselfAndOthersWhileItIsCalled)
 {
-    const auto stream = makeStream();
+    const auto stream = test::makeStream();
     int calls = 0;
     ns::KeyValueObservation own;
     ns::KeyValueObservation other;
@@ -131,7 +125,7 @@ TEST(StreamingClients, LetsAnObserverEndItselfAndOthersWhileItIsCalled)
 
 TEST(StreamingClients, LetsAnObservationOutliveTheStream)
 {
-    auto stream = makeStream();
+    auto stream = test::makeStream();
     auto observation = stream->observeStreamingClients([](const auto&) {});
     stream.reset();
     observation = {};

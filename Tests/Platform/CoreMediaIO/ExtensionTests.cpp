@@ -12,13 +12,6 @@
 namespace cmio {
 namespace {
 
-std::shared_ptr<ExtensionStream>
-makeStream(ExtensionStreamDirection direction = ExtensionStreamDirection::source)
-{
-    return ExtensionStream::create("Stream", ns::UUID::random(), direction,
-                                   ExtensionStreamClockType::hostTime, {});
-}
-
 cf::Ref<CMSampleBufferRef> makeSample()
 {
     const auto picture = test::makePicture(kCVPixelFormatType_422YpCbCr8, 4, 4, {0, 0, 0});
@@ -48,7 +41,7 @@ TEST(ExtensionProviderDeathTest, IsTheOnlyOne)
 TEST(ExtensionStreamDeathTest, SendsNothingAsASink)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const auto stream = makeStream(ExtensionStreamDirection::sink);
+    const auto stream = test::makeStream(ExtensionStreamDirection::sink);
     const auto sample = makeSample();
     EXPECT_DEATH(stream->sendSampleBuffer(sample.get(), ExtensionStreamDiscontinuityFlags::none, 0),
                  "Fatal error: A sink stream sends no samples");
@@ -64,7 +57,7 @@ public:
 
 TEST(ExtensionStream, SendsNothingWithoutStreamingClients)
 {
-    const auto stream = makeStream();
+    const auto stream = test::makeStream();
     const auto sink = std::make_shared<RecordingSink>();
     stream->impl().sink.store(sink);
     stream->sendSampleBuffer(makeSample().get(), ExtensionStreamDiscontinuityFlags::none, 1);
@@ -73,7 +66,7 @@ TEST(ExtensionStream, SendsNothingWithoutStreamingClients)
 
 TEST(ExtensionStream, SendsTimeAndDiscontinuityWithASample)
 {
-    const auto stream = makeStream();
+    const auto stream = test::makeStream();
     const auto sink = std::make_shared<RecordingSink>();
     stream->impl().sink.store(sink);
     stream->impl().clients.set({{ns::UUID::random(), 1}});
@@ -89,7 +82,7 @@ TEST(ExtensionStream, SendsTimeAndDiscontinuityWithASample)
 
 TEST(ExtensionStream, SendsNothingBeforeItIsPublished)
 {
-    const auto stream = makeStream();
+    const auto stream = test::makeStream();
     stream->impl().clients.set({{ns::UUID::random(), 1}});
     const auto sample = makeSample();
     stream->sendSampleBuffer(sample.get(), ExtensionStreamDiscontinuityFlags::none, 12);

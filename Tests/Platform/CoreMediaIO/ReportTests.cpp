@@ -3,6 +3,7 @@
 #include "Platform/CoreMediaIO/linux/CameraReport.h"
 #include "Tests/Platform/CoreMediaIO/ClientProcess.h"
 #include "Tests/Platform/CoreMediaIO/TestCamera.h"
+#include "Tests/Support/Patience.h"
 #include "Tests/Support/PipeWireSession.h"
 #include "Tests/Support/Wait.h"
 
@@ -35,17 +36,10 @@ CVReturn __wrap_CVPixelBufferLockBaseAddress(CVPixelBufferRef buffer, CVPixelBuf
 namespace cmio {
 namespace {
 
+using pavo::test::eventually;
 using pavo::test::PipeWireSession;
 using test::ClientProcess;
 using test::TestCamera;
-
-constexpr std::chrono::seconds kPatience(40);
-
-template <typename Condition>
-bool eventually(Condition condition)
-{
-    return pavo::test::waitFor(condition, kPatience);
-}
 
 class CameraReportTest : public testing::Test {
 protected:

@@ -2,6 +2,7 @@
 
 #include "Tests/Platform/CoreMediaIO/CameraInPipeWire.h"
 #include "Tests/Platform/CoreMediaIO/ClientProcess.h"
+#include "Tests/Support/Patience.h"
 
 #include <signal.h>
 #include <sys/socket.h>
@@ -14,10 +15,9 @@
 namespace cmio::test {
 namespace {
 
+using pavo::test::kPatience;
 using pavo::test::PipeWireSession;
 using pavo::test::waitFor;
-
-constexpr std::chrono::seconds kPatience(30);
 
 class CameraBeforeTheDaemon : public CameraInPipeWire {
 protected:

@@ -6,6 +6,14 @@
 
 namespace cmio::test {
 
+// Without a source.
+inline std::shared_ptr<ExtensionStream>
+makeStream(ExtensionStreamDirection direction = ExtensionStreamDirection::source)
+{
+    return ExtensionStream::create("Stream", ns::UUID::random(), direction,
+                                   ExtensionStreamClockType::hostTime, {});
+}
+
 class MockProviderSource : public ExtensionProviderSource {
 public:
     MOCK_METHOD(bool, connectClient, (const ExtensionClient&, ns::Error*), (override));

@@ -11,7 +11,7 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-constexpr const char* kName = "com.tarnwell.macos.cam.tests.contract";
+constexpr const char* kContractName = "com.tarnwell.macos.cam.tests.contract";
 
 class XPCConnectionContract : public XPCTest {
 protected:
@@ -65,8 +65,8 @@ TEST_F(XPCConnectionContract, AcceptedConnectionIsInvalidatedByItselfAndOnce)
 
 TEST_F(XPCConnectionContract, NamedConnectionIsInterruptedEachTimeItsPeerInvalidatesAndStaysUsable)
 {
-    registerName(kName);
-    const auto connection = connectByName(kName);
+    registerName(kContractName);
+    const auto connection = connectByName(kContractName);
     const auto counts = countHandlers(*connection);
     connect(connection);
     for (int round = 1; round <= 3; ++round) {
@@ -80,8 +80,8 @@ TEST_F(XPCConnectionContract, NamedConnectionIsInterruptedEachTimeItsPeerInvalid
 
 TEST_F(XPCConnectionContract, NamedConnectionIsInvalidatedWhenTheNameIsGoneAtTheNextMessage)
 {
-    registerName(kName);
-    const auto connection = connectByName(kName);
+    registerName(kContractName);
+    const auto connection = connectByName(kContractName);
     const auto counts = countHandlers(*connection);
     connect(connection);
     stopListening();
@@ -113,8 +113,8 @@ TEST_F(XPCConnectionContract, MissingNameInvalidatesAfterResumeAndNotInsideOfIt)
 
 TEST_F(XPCConnectionContract, NamedConnectionIsInvalidatedByItself)
 {
-    registerName(kName);
-    const auto connection = connectByName(kName);
+    registerName(kContractName);
+    const auto connection = connectByName(kContractName);
     const auto counts = countHandlers(*connection);
     connect(connection);
     connection->invalidate();

@@ -15,16 +15,16 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-constexpr const char* kName = "com.tarnwell.macos.cam.tests.lamp";
+constexpr const char* kLampName = "com.tarnwell.macos.cam.tests.lamp";
 
 class XPCConnectionTest : public XPCTest {
 protected:
     // Starts another process with a lamp of that name, and waits until it answers.
     ChildProcess startLamp()
     {
-        ChildProcess lamp({peerProgram(), "lamp", kName});
+        ChildProcess lamp({peerProgram(), "lamp", kLampName});
         EXPECT_TRUE(waitFor([] {
-            const auto probe = connectByName(kName);
+            const auto probe = connectByName(kLampName);
             const auto probed = std::make_shared<RecordingOwner>();
             probe->setExportedInterface(xpc::describe<LampOwner>());
             probe->setExportedObject(xpc::exportObject<LampOwner>(probed));
@@ -41,7 +41,7 @@ protected:
     // A connection to that process which has been used.
     std::shared_ptr<xpc::Connection> connectToLamp()
     {
-        auto connection = connectByName(kName);
+        auto connection = connectByName(kLampName);
         connection->setExportedInterface(xpc::describe<LampOwner>());
         connection->setExportedObject(xpc::exportObject<LampOwner>(owner));
         endLater(connection);
@@ -53,9 +53,9 @@ protected:
 
 TEST_F(XPCConnectionTest, AcceptedConnectionIsInvalidatedOnceWhenItsPeerProcessDies)
 {
-    registerName(kName);
+    registerName(kLampName);
     listener->resume();
-    ChildProcess producer({peerProgram(), "producer", kName, "1", "1"});
+    ChildProcess producer({peerProgram(), "producer", kLampName, "1", "1"});
     ASSERT_TRUE(waitFor([this] { return house->lamp->callCount() == 1; }));
     EXPECT_EQ(house->accepted(0)->processIdentifier(), producer.pid());
 
@@ -248,7 +248,7 @@ TEST_F(XPCConnectionDeathTest, MessagesThatTheInterfaceDoesNotHaveAreFatal)
     const xpc::Argument number = std::int32_t{1};
     EXPECT_DEATH(proxy.send("setBrightness:", {&number, 1}),
                  "Fatal error: Wrong arguments for setBrightness:");
-    const auto bare = xpc::Connection::withMachServiceName(kName);
+    const auto bare = xpc::Connection::withMachServiceName(kLampName);
     EXPECT_DEATH(bare->remoteObjectProxy().send("switchOn", {}),
                  "Fatal error: A message needs a remote object interface");
 }

@@ -10,18 +10,18 @@
 namespace pavo::test {
 namespace {
 
-constexpr const char* kName = "com.tarnwell.macos.cam.tests.surfaces";
+constexpr const char* kSurfacesName = "com.tarnwell.macos.cam.tests.surfaces";
 
 class XPCSurfaceTest : public XPCTest {
 protected:
     // Another process that shines with so many surfaces, so many times.
     ChildProcess startProducer(int surfaceCount, int messageCount)
     {
-        registerName(kName);
+        registerName(kSurfacesName);
         listener->resume();
-        return ChildProcess(
-            {peerProgram(), "producer", kName, std::to_string(surfaceCount), std::to_string(messageCount)},
-            output());
+        return ChildProcess({peerProgram(), "producer", kSurfacesName, std::to_string(surfaceCount),
+                             std::to_string(messageCount)},
+                            output());
     }
     std::string output() const { return folder_.path() + "/inodes"; }
 

@@ -3,6 +3,7 @@
 #include "Tests/Support/BusService.h"
 #include "Tests/Support/ChildProcess.h"
 #include "Tests/Support/Descriptors.h"
+#include "Tests/Support/Patience.h"
 #include "Tests/Support/PipeWireSession.h"
 #include "Tests/Support/Wait.h"
 #include "Tools/Doctor/Doctor.h"
@@ -30,9 +31,6 @@ using testing::Ge;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-// As patient as a slow machine asks for.
-constexpr std::chrono::seconds kLong(60);
-
 // Takes connections and says nothing.
 UniqueFd listenAt(const std::string& path)
 {
@@ -56,7 +54,7 @@ protected:
     }
 
     const TemporaryFolder folder_;
-    const LinuxSystem system_{Patience(kLong, kLong)};
+    const LinuxSystem system_{Patience(kPatience, kPatience)};
 };
 
 TEST_F(LinuxSystemTest, SeesFilesFoldersAndSockets)
@@ -112,15 +110,15 @@ TEST_F(LinuxSystemTest, SeesProcesses)
     ::setenv("PAVO_DOCTOR_TEST", "a=b", 1);
     ChildProcess child({"sleep", "600"});
     ::unsetenv("PAVO_DOCTOR_TEST");
-    ASSERT_TRUE(
-        waitFor([&] { return processOf(child.pid()) && processOf(child.pid())->program == "sleep"; }, kLong));
+    ASSERT_TRUE(waitFor([&] { return processOf(child.pid()) && processOf(child.pid())->program == "sleep"; },
+                        kPatience));
     const auto process = processOf(child.pid());
     EXPECT_THAT(process->arguments, ElementsAre("sleep", "600"));
     EXPECT_EQ(process->owner, ::geteuid());
     EXPECT_FALSE(process->isReplaced);
     EXPECT_EQ(system_.environmentOf(child.pid())->at("PAVO_DOCTOR_TEST"), "a=b");
     child.signal(SIGSTOP);
-    EXPECT_TRUE(waitFor([&] { return processOf(child.pid())->state == 'T'; }, kLong));
+    EXPECT_TRUE(waitFor([&] { return processOf(child.pid())->state == 'T'; }, kPatience));
     child.end(SIGKILL);
     EXPECT_FALSE(processOf(child.pid()));
 }
@@ -130,7 +128,7 @@ TEST_F(LinuxSystemTest, SeesThatAProgramHasBeenReplaced)
     std::filesystem::copy("/bin/sleep", path("program"));
     ChildProcess child({path("program"), "600"});
     ASSERT_TRUE(waitFor(
-        [&] { return processOf(child.pid()) && processOf(child.pid())->program == "program"; }, kLong));
+        [&] { return processOf(child.pid()) && processOf(child.pid())->program == "program"; }, kPatience));
     std::filesystem::remove(path("program"));
     const auto process = processOf(child.pid());
     EXPECT_TRUE(process->isReplaced);
@@ -170,7 +168,7 @@ protected:
     }
     void TearDown() override { ::unsetenv("DBUS_SYSTEM_BUS_ADDRESS"); }
 
-    static LinuxSystem system() { return LinuxSystem(Patience(kLong, kLong)); }
+    static LinuxSystem system() { return LinuxSystem(Patience(kPatience, kPatience)); }
     static bool isCall(sd_bus_message* call, const char* interface, const char* method)
     {
         return sd_bus_message_is_method_call(call, interface, method) > 0;
@@ -312,7 +310,7 @@ TEST_F(SessionServices, TellThatNothingHasBeenAskedYet)
 TEST_F(SessionServices, AreNotWaitedForLong)
 {
     const BusService service(kStore, kStorePath, [](sd_bus_message*) { return BusService::Outcome::going; });
-    const LinuxSystem impatient(Patience(std::chrono::milliseconds(100), kLong));
+    const LinuxSystem impatient(Patience(std::chrono::milliseconds(100), kPatience));
     EXPECT_EQ(impatient.cameraPermissions().problem().text, std::string(kStore) + " does not answer");
     // Others may still answer.
     EXPECT_TRUE(impatient.cameraPortal());
@@ -320,7 +318,7 @@ TEST_F(SessionServices, AreNotWaitedForLong)
 
 TEST_F(SessionServices, AreNotAskedWhenTimeIsUp)
 {
-    const LinuxSystem late(Patience(kLong, std::chrono::milliseconds(0)));
+    const LinuxSystem late(Patience(kPatience, std::chrono::milliseconds(0)));
     EXPECT_EQ(late.cameraPortal().problem().text, "no time was left to ask");
     EXPECT_EQ(late.pipeWire("pipewire-0").problem, "no time was left to ask");
     EXPECT_EQ(late.cameraStatus().problem().text, "no time was left to ask");
@@ -339,7 +337,7 @@ TEST_F(SessionServices, MayNotHoldTheDoctorBySilence)
     const UniqueFd bus = listenAt(session_->folder() + "/silent-bus");
     const UniqueFd pipeWire = listenAt(session_->folder() + "/pipewire-0");
     ::setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + session_->folder() + "/silent-bus").c_str(), 1);
-    const LinuxSystem impatient(Patience(std::chrono::milliseconds(200), kLong));
+    const LinuxSystem impatient(Patience(std::chrono::milliseconds(200), kPatience));
     const Diagnosis diagnosis = diagnose(impatient);
     ::setenv("DBUS_SESSION_BUS_ADDRESS", ::getenv("DBUS_SYSTEM_BUS_ADDRESS"), 1);
     EXPECT_EQ(diagnosis.of("no-portal").verdict, Verdict::unknown);

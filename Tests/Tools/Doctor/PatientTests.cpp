@@ -2,6 +2,7 @@
 
 #include "Tests/Support/ChildProcess.h"
 #include "Tests/Support/Descriptors.h"
+#include "Tests/Support/Patience.h"
 #include "Tests/Support/PipeWireSession.h"
 #include "Tests/Support/Wait.h"
 #include "Tools/Doctor/Doctor.h"
@@ -21,8 +22,6 @@ namespace {
 
 using namespace pavo::tools;
 using testing::HasSubstr;
-
-constexpr std::chrono::seconds kLong(60);
 
 class Patient : public testing::Test {
 protected:
@@ -47,9 +46,10 @@ protected:
     }
     static bool waitForCamera(const std::string& remote = "pipewire-0")
     {
-        return waitFor([&remote] { return PipeWireSession::node("pavo-camera", remote).has_value(); }, kLong);
+        return waitFor([&remote] { return PipeWireSession::node("pavo-camera", remote).has_value(); },
+                       kPatience);
     }
-    static Diagnosis examine() { return diagnose(LinuxSystem(Patience(kLong, kLong), PAVO_BUNDLE)); }
+    static Diagnosis examine() { return diagnose(LinuxSystem(Patience(kPatience, kPatience), PAVO_BUNDLE)); }
     static void expectProblem(const std::string& id, const std::string& text)
     {
         const Diagnosis diagnosis = examine();
@@ -71,12 +71,12 @@ TEST_F(Patient, ThatIsHealthyHasNoProblem)
     const bool isHealthy = waitFor(
         [this, &text] {
             ChildProcess doctor({PAVO_PROGRAM, "doctor"}, session_->folder() + "/doctor.log");
-            const auto status = doctor.waitForExit(kLong);
+            const auto status = doctor.waitForExit(kPatience);
             text = readFile(session_->folder() + "/doctor.log");
             // Until producer and client have found the camera.
             return status == 0 && text.find("The producer sends.") != std::string::npos;
         },
-        kLong);
+        kPatience);
     EXPECT_TRUE(isHealthy) << text;
     EXPECT_THAT(text, HasSubstr("\nno problems, "));
     EXPECT_THAT(text, HasSubstr("The camera answers."));
@@ -89,7 +89,7 @@ TEST_F(Patient, WithoutACameraOrPipeWireIsToldSo)
 {
     startSession(PipeWireSession::Daemon::absent);
     ChildProcess doctor({PAVO_PROGRAM, "doctor", "--json"}, session_->folder() + "/doctor.log");
-    EXPECT_EQ(doctor.waitForExit(kLong), 1);
+    EXPECT_EQ(doctor.waitForExit(kPatience), 1);
     std::istringstream lines(readFile(session_->folder() + "/doctor.log"));
     nlohmann::json summary;
     bool isPipeWireMissing = false;
@@ -123,10 +123,10 @@ TEST_F(Patient, WithAnEmbeddedCameraNeedsPipeWireRemote)
     ::unsetenv("PIPEWIRE_REMOTE");
     EXPECT_TRUE(waitFor(
         [] {
-            const auto status = askForStatus(kLong);
+            const auto status = askForStatus(kPatience);
             return status && !status.value().clients.empty();
         },
-        kLong));
+        kPatience));
     ASSERT_TRUE(session_->startDaemon());
     expectProblem("daemon-came-later", "process " + std::to_string(client.pid()) + " (pavo) is one");
 }
@@ -137,10 +137,10 @@ TEST_F(Patient, WhoseCameraIsStoppedIsToldHowToWakeIt)
     const auto camera = start({"camera"});
     ASSERT_TRUE(waitForCamera("pavo-0"));
     camera.signal(SIGSTOP);
-    const LinuxSystem impatient(Patience(std::chrono::milliseconds(300), kLong));
+    const LinuxSystem impatient(Patience(std::chrono::milliseconds(300), kPatience));
     // A moment passes until the signal has arrived.
     const std::string remedy = "kill -CONT " + std::to_string(camera.pid());
-    EXPECT_TRUE(waitFor([&] { return diagnose(impatient).of("camera-hangs").remedy == remedy; }, kLong));
+    EXPECT_TRUE(waitFor([&] { return diagnose(impatient).of("camera-hangs").remedy == remedy; }, kPatience));
     camera.signal(SIGCONT);
 }
 
@@ -153,7 +153,7 @@ TEST_F(Patient, WithTwoCamerasIsToldSo)
     ::setenv("PAVO_BOOTSTRAP_DIR", names.path().c_str(), 1);
     const auto second = start({"camera"});
     ::unsetenv("PAVO_BOOTSTRAP_DIR");
-    EXPECT_TRUE(waitFor([] { return examine().of("two-cameras").verdict == Verdict::problem; }, kLong));
+    EXPECT_TRUE(waitFor([] { return examine().of("two-cameras").verdict == Verdict::problem; }, kPatience));
     EXPECT_THAT(examine().of("two-cameras").text, HasSubstr("2 cameras named pavo-camera"));
 }
 
@@ -183,7 +183,7 @@ TEST_F(Patient, WhoseNamesAreElsewhereIsToldWhere)
     const auto producer = start({"send"});
     ::unsetenv("PAVO_BOOTSTRAP_DIR");
     EXPECT_TRUE(
-        waitFor([] { return examine().of("producer-elsewhere").verdict == Verdict::problem; }, kLong));
+        waitFor([] { return examine().of("producer-elsewhere").verdict == Verdict::problem; }, kPatience));
 }
 
 TEST_F(Patient, WithoutASessionManagerIsToldSoAndHowManyClientsWait)
@@ -191,14 +191,16 @@ TEST_F(Patient, WithoutASessionManagerIsToldSoAndHowManyClientsWait)
     startSession(PipeWireSession::Daemon::absent);
     ChildProcess daemon({"pipewire"}, session_->folder() + "/pipewire.log");
     ASSERT_TRUE(
-        waitFor([] { return LinuxSystem(Patience(kLong, kLong)).pipeWire("pipewire-0").isThere(); }, kLong));
+        waitFor([] { return LinuxSystem(Patience(kPatience, kPatience)).pipeWire("pipewire-0").isThere(); },
+                kPatience));
     ::setenv("PAVO_PIPEWIRE", "daemon", 1);
     const auto camera = start({"camera"});
     ::unsetenv("PAVO_PIPEWIRE");
     ASSERT_TRUE(waitForCamera());
     expectProblem("no-session-manager", "without a session manager");
     const auto client = start({"view"});
-    EXPECT_TRUE(waitFor([] { return examine().of("client-not-linked").verdict == Verdict::problem; }, kLong));
+    EXPECT_TRUE(
+        waitFor([] { return examine().of("client-not-linked").verdict == Verdict::problem; }, kPatience));
     EXPECT_THAT(examine().of("client-not-linked").text, HasSubstr("The client "));
     daemon.end(SIGTERM);
 }
