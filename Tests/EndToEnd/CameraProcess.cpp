@@ -41,7 +41,7 @@ std::optional<LogLine> parseLogLine(const std::string& line)
     tm utc{};
     ::strptime(parts[1].str().c_str(), "%Y-%m-%dT%H:%M:%S", &utc);
     const std::int64_t wallNs = ::timegm(&utc) * 1'000'000'000LL + std::stoll(parts[2].str()) * 1000;
-    // Nobody sets the wall clock during a test.
+    // Nobody sets the test's own wall clock.
     static const std::int64_t offsetNs = wallClockOffset();
     return LogLine{wallNs - offsetNs, parts[3].str(), parts[4].str(), parts[5].str()};
 }

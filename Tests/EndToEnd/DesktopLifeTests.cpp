@@ -10,6 +10,10 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
 
 namespace pavo::test {
 namespace {
@@ -27,6 +31,9 @@ constexpr std::size_t kRestarts = 100;
 constexpr std::chrono::seconds kLongestAbsence(1);
 constexpr bool kIsMemoryMeasured = true;
 #endif
+
+// Far more than a busy machine takes, far less than the clock jumps by.
+constexpr std::int64_t kLongestPauseNs = 5'000'000'000;
 
 std::int64_t milliseconds(Clock::duration duration)
 {
@@ -153,6 +160,84 @@ TEST_F(Sleep, IsFollowedByNoMoreFramesOfAProducerThanItHasSurfaces)
     constexpr std::size_t kProducersRing = 8;
     expectFramesAtTheirPace(client, kProducersRing);
     EXPECT_EQ(camera().countWith("Connection died"), 0U);
+}
+
+// The wall clock of every program of the session, as the test sets it: after a sleep, or when the time of day is
+// corrected, it jumps while CLOCK_MONOTONIC goes on.
+class WallClock : public WholeCamera {
+protected:
+    WallClock() : WholeCamera(Server::daemon) {}
+
+    void SetUp() override
+    {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+        GTEST_SKIP() << "Sanitizers want to be a program's first library";
+#endif
+        const std::string library = "/usr/lib/" PAVO_LIBRARY_ARCHITECTURE "/faketime/libfaketimeMT.so.1";
+        if (!std::filesystem::exists(library)) GTEST_SKIP() << library << " is not installed";
+        setAhead("+0");
+        variables_ = {{"LD_PRELOAD", library},
+                      {"FAKETIME_TIMESTAMP_FILE", file()},
+                      {"FAKETIME_NO_CACHE", "1"},
+                      {"FAKETIME_DONT_FAKE_MONOTONIC", "1"}};
+        for (const auto& [name, value] : variables_)
+            ::setenv(name.c_str(), value.c_str(), 1);
+        WholeCamera::SetUp();
+    }
+
+    void TearDown() override
+    {
+        for (const auto& [name, value] : variables_)
+            ::unsetenv(name.c_str());
+        WholeCamera::TearDown();
+    }
+
+    // As "+8h".
+    void setAhead(const std::string& time)
+    {
+        const std::string next = file() + ".next";
+        std::ofstream(next) << time << '\n';
+        std::filesystem::rename(next, file());
+    }
+
+    // So far from the test's own time.
+    bool hasLoggedAhead(std::chrono::days ahead)
+    {
+        const auto expected = Clock::now().time_since_epoch() + ahead;
+        const auto& log = camera().log();
+        return std::any_of(log.begin(), log.end(), [expected](const LogLine& line) {
+            return std::chrono::abs(std::chrono::nanoseconds(line.timeNs) - expected) < std::chrono::hours(1);
+        });
+    }
+
+private:
+    std::string file() const { return files_.path() + "/clock"; }
+
+    const TemporaryFolder files_;
+    std::map<std::string, std::string> variables_;
+};
+
+TEST_F(WallClock, MayJumpByDaysWithoutAFrameTooFewOrTooMany)
+{
+    PavoProcess client = watch();
+    ASSERT_TRUE(seesPlaceholder(client, 30));
+    for (const int ahead : {3, -3}) {
+        setAhead((ahead > 0 ? "+" : "") + std::to_string(ahead) + "d");
+        ASSERT_TRUE(seesPlaceholder(client, 60));
+        PavoProcess producer = produce();
+        ASSERT_TRUE(seesProducer(client, 60));
+        EXPECT_TRUE(eventually([&] { return hasLoggedAhead(std::chrono::days(ahead)); }))
+            << "the clock has not jumped";
+        ASSERT_EQ(producer.end(SIGTERM), 0);
+    }
+    ASSERT_TRUE(seesPlaceholder(client, 60));
+    const auto& frames = client.frames();
+    for (std::size_t index = 1; index < frames.size(); ++index) {
+        ASSERT_GT(frames[index].sentNs, frames[index - 1].sentNs) << index;
+        ASSERT_LT(frames[index].sentNs - frames[index - 1].sentNs, kLongestPauseNs) << index;
+    }
+    const double seconds = static_cast<double>(frames.back().sentNs - frames.front().sentNs) / 1e9;
+    EXPECT_LE(static_cast<double>(frames.size()), 61 * seconds + 10) << "a burst";
 }
 
 }  // namespace
