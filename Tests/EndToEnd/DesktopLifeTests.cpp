@@ -162,8 +162,8 @@ TEST_F(Sleep, IsFollowedByNoMoreFramesOfAProducerThanItHasSurfaces)
     EXPECT_EQ(camera().countWith("Connection died"), 0U);
 }
 
-// The wall clock of every program of the session, as the test sets it: after a sleep, or when the time of day is
-// corrected, it jumps while CLOCK_MONOTONIC goes on.
+// The wall clock of every program of the session, as the test sets it: after a sleep, or when the time of day
+// is corrected, it jumps while CLOCK_MONOTONIC goes on.
 class WallClock : public WholeCamera {
 protected:
     WallClock() : WholeCamera(Server::daemon) {}
