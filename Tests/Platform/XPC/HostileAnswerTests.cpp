@@ -7,6 +7,7 @@
 
 #include <poll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 namespace pavo::test {
 namespace {
@@ -60,7 +61,7 @@ protected:
         const auto reading = readWithAnswer(answer);
         EXPECT_EQ(reading.degrees, std::nullopt);
         EXPECT_EQ(reading.error, connectionError(4101)) << reason;
-        EXPECT_TRUE(hasLogged(reason)) << reason;
+        EXPECT_TRUE(hasLogged("No reply of process " + std::to_string(::getpid()) + ": " + reason)) << reason;
         EXPECT_EQ(readWithAnswer(soundAnswer).degrees, 19U);
         EXPECT_EQ(counts->interruptions + counts->invalidations, 0);
     }
@@ -222,6 +223,16 @@ TEST_F(XPCHostileAnswerTest, AnswerThatNeverEndsEndsTheConnection)
         readWithAnswer([](std::uint32_t serial) { return soundAnswer(serial).substr(0, 36); });
     EXPECT_EQ(reading.error, connectionError(4099));
     EXPECT_TRUE(waitFor([] { return hasLogged("a message never ended"); }));
+}
+
+TEST_F(XPCHostileAnswerTest, CallOfASideThatExportsNothingEndsTheConnection)
+{
+    RawCall call;
+    call.interface = "Tests.Thermometer";
+    call.member = "shake";
+    ASSERT_TRUE(peer.send(call.bytes()));
+    EXPECT_TRUE(waitFor([this] { return counts->invalidations == 1; }));
+    EXPECT_TRUE(hasLogged("nothing is exported, but Tests.Thermometer.shake was called"));
 }
 
 TEST_F(XPCHostileAnswerTest, PeerThatEndsInsteadOfAnsweringInterruptsTheCall)

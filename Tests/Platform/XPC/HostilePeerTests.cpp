@@ -40,9 +40,14 @@ protected:
         EXPECT_TRUE(peer.waitForEnd());
         EXPECT_TRUE(waitFor([this] { return house->counts(1)->invalidations == 1; }));
         EXPECT_EQ(house->counts(1)->interruptions, 0);
-        EXPECT_TRUE(hasLogged(reason)) << reason;
+        EXPECT_TRUE(hasLogged(lostLine(reason))) << reason;
         EXPECT_EQ(house->lamp->calls(), Strings());
         expectInnocentWorks();
+    }
+
+    static std::string lostLine(const std::string& reason)
+    {
+        return "Lost the connection to process " + std::to_string(::getpid()) + ": " + reason;
     }
 
     void expectInnocentWorks()
@@ -154,7 +159,7 @@ TEST_F(XPCHostilePeerTest, MessageCutAtEachByteReachesNobody)
         ASSERT_TRUE(waitFor([&] { return house->counts(index)->invalidations == 1; })) << size;
     }
     EXPECT_EQ(house->lamp->calls(), Strings());
-    EXPECT_TRUE(hasLogged("it ended inside a message"));
+    EXPECT_TRUE(hasLogged(lostLine("it ended inside a message")));
     expectInnocentWorks();
 }
 
@@ -217,7 +222,7 @@ TEST_F(XPCHostilePeerTest, BodyShorterThanItsSignatureIsThrownOut)
     call.signature = "d";
     call.body = "1234";
     ASSERT_TRUE(peer.send(call.bytes()));
-    expectThrownOut("Lost the connection");
+    expectThrownOut("wrong size of the arguments in a call of Tests.Lamp.setBrightness_");
 }
 
 TEST_F(XPCHostilePeerTest, BooleanOtherThanZeroAndOneIsThrownOut)
@@ -541,7 +546,7 @@ TEST_F(XPCHostilePeerTest, PeerThatDoesNotReadIsLostAndNeverWaitedFor)
     EXPECT_LT(sent, 100'000);
     // Waiting for this peer would take for ever; a busy machine may take a while.
     EXPECT_LT(longest, std::chrono::seconds(2));
-    EXPECT_TRUE(hasLogged("it does not read"));
+    EXPECT_TRUE(hasLogged(lostLine("it does not read")));
     expectInnocentWorks();
 }
 

@@ -5,6 +5,7 @@
 #include "Tests/Support/Wait.h"
 
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -97,6 +98,10 @@ TEST_F(XPCListenerTest, PeerThatSpeaksNoDBusIsDropped)
     ASSERT_TRUE(web.send("GET / HTTP/1.1\r\n\r\n"));
     EXPECT_TRUE(web.waitForEnd());
     EXPECT_EQ(house->acceptedCount(), 0U);
+    EXPECT_TRUE(waitFor([] {
+        return hasLogged("Lost the connection to process " + std::to_string(::getpid()) +
+                         ": authentication: ");
+    }));
 }
 
 TEST_F(XPCListenerTest, EndlessAuthenticationLineIsDropped)
@@ -115,7 +120,10 @@ TEST_F(XPCListenerTest, OldestOfTooManySilentPeersIsDroppedAndARealOneStillGetsI
     for (int i = 0; i < 17; ++i)
         silent.push_back(connectRaw(*listener));
     EXPECT_TRUE(silent.front().waitForEnd());
-    EXPECT_TRUE(waitFor([] { return hasLogged("Too many peers that do not authenticate"); }));
+    EXPECT_TRUE(waitFor([] {
+        return hasLogged("Too many peers that do not authenticate: dropped process " +
+                         std::to_string(::getpid()));
+    }));
 
     const auto connection = connectByEndpoint();
     endLater(connection);
@@ -135,7 +143,7 @@ TEST_F(XPCListenerTest, ListenerWithoutFreeDescriptorsWaitsAndDoesNotSpin)
     connection->resume();
     lampOf(*connection).send<&Switching::switchOn>();
     ASSERT_TRUE(waitFor([this] { return house->lamp->callCount() == 1; }));
-    EXPECT_TRUE(hasLogged("Cannot accept a peer for now"));
+    EXPECT_TRUE(hasLogged("Cannot accept a peer for now: Too many open files"));
     EXPECT_EQ(loggedErrorCount(), 1U);
     // Three failures, the peer, and that there is no other.
     EXPECT_LE(acceptCalls, 5);
