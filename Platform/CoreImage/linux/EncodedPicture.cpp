@@ -72,6 +72,8 @@ struct Header {
 // of their bytes is missing or wrong is told by check sums.
 Header check(std::span<const std::uint8_t> png)
 {
+    // The decoder takes the place of nothing for a mistake of ours.
+    if (png.empty()) return {.error = SPNG_IO_EOF};
     const Decoder decoder = decoderOf(png);
     if (!decoder) return {.error = SPNG_EMEM};
     spng_ihdr header{};

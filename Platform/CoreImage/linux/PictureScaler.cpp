@@ -7,8 +7,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstring>
 #include <memory>
-#include <optional>
+#include <string>
 
 namespace ci {
 
@@ -124,16 +126,24 @@ bool process(const zimg_filter_graph* graph, const Picture& picture, const Targe
                                      &rows) == ZIMG_ERROR_SUCCESS;
 }
 
+std::string failureReason()
+{
+    std::array<char, 256> text{};
+    // What the library does not complain of is memory for the rows.
+    return zimg_get_last_error(text.data(), text.size()) == ZIMG_ERROR_SUCCESS ? std::strerror(ENOMEM)
+                                                                               : text.data();
+}
+
 }  // namespace
 
 bool scalePicture(const Picture& picture, const SourceRegion& region, const TargetPixels& target)
 {
+    // The library keeps the error of a call before this one.
+    zimg_clear_last_error();
     const auto graph = makeGraph(picture, region, target);
     if (graph && process(graph.get(), picture, target)) return true;
-    std::array<char, 256> reason{};
-    zimg_get_last_error(reason.data(), reason.size());
     os_log_printf(platformLog(), OS_LOG_TYPE_ERROR, "Cannot scale a picture to %u x %u: %s", target.width,
-                  target.height, reason.data());
+                  target.height, failureReason().c_str());
     return false;
 }
 

@@ -6,6 +6,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <cmath>
@@ -15,6 +16,8 @@
 namespace {
 
 bool failsToLock = false;
+// The mapping of memory that fails, counted from the next one; 0: none.
+int failingMap = 0;
 
 }  // namespace
 
@@ -26,12 +29,22 @@ CVReturn __wrap_CVPixelBufferLockBaseAddress(CVPixelBufferRef buffer, CVPixelBuf
 {
     return failsToLock ? kCVReturnError : __real_CVPixelBufferLockBaseAddress(buffer, flags);
 }
+
+void* __real_mmap(void* place, size_t size, int protection, int flags, int file, off_t offset);
+
+void* __wrap_mmap(void* place, size_t size, int protection, int flags, int file, off_t offset)
+{
+    if (failingMap > 0 && --failingMap == 0) return MAP_FAILED;
+    return __real_mmap(place, size, protection, flags, file, offset);
+}
 }
 
 namespace {
 
 using namespace pavo::test;
+using testing::ContainsRegex;
 using testing::Each;
+using testing::EndsWith;
 using testing::HasSubstr;
 
 constexpr Pixel kUntouched{0x55, 0x55, 0x55, 0x55};
@@ -291,6 +304,43 @@ TEST(CIContext, ABufferThatCannotBeLockedStaysAsItIsWithALineInTheLog)
     EXPECT_THAT(testing::internal::GetCapturedStderr(),
                 HasSubstr("Cannot lock a pixel buffer to draw: -6660"));
     EXPECT_THAT(pixelsOf(buffer.get()), Each(kUntouched));
+}
+
+// What drawing the image leaves in the log; it has to leave the buffer as it was. `map` is the mapping of
+// memory that fails.
+std::string logOfFailure(const ci::Image& image, int map = 0)
+{
+    const auto buffer = makeBuffer(4, 3, 0x55);
+    ci::Context context;
+    testing::internal::CaptureStderr();
+    failingMap = map;
+    context.render(image, buffer.get());
+    failingMap = 0;
+    auto log = testing::internal::GetCapturedStderr();
+    EXPECT_THAT(pixelsOf(buffer.get()), Each(kUntouched));
+    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1);
+    return log;
+}
+
+TEST(CIContext, APictureThatIsMuchSmallerThanAPixelIsNotDrawnAndGivesALineInTheLog)
+{
+    // So that it lies around a pixel's centre all the same.
+    constexpr double kScale = 1e-9;
+    constexpr double kOffset = 0.5 - 32 * kScale;
+    const auto log = logOfFailure(moved(scaled(makeImage(64, 64, patchwork), kScale), kOffset, kOffset));
+    EXPECT_THAT(log, EndsWith("Cannot scale a picture to 1 x 1: filter width too great\n"));
+}
+
+TEST(CIContext, WithoutMemoryNothingIsDrawnAndALineIsInTheLog)
+{
+    const auto image = scaled(makeImage(8, 8, patchwork), 0.5);
+    // For the file's pixels, and for them plane by plane.
+    for (const int map : {1, 2})
+        EXPECT_THAT(logOfFailure(image, map), ContainsRegex("Cannot decode picture /.*: out of memory\n"));
+    // For the rows, and for what the scaler needs to make them.
+    for (const int map : {3, 4})
+        EXPECT_THAT(logOfFailure(image, map),
+                    EndsWith("Cannot scale a picture to 4 x 3: Cannot allocate memory\n"));
 }
 
 }  // namespace

@@ -10,14 +10,42 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <spng.h>
 
 namespace {
 
+bool failsToRead = false;
+// The decoder that cannot be made, counted from the next one; 0: none.
+int failingDecoder = 0;
+
+}  // namespace
+
+extern "C" {
+
+ssize_t __real_read(int file, void* bytes, size_t size);
+
+ssize_t __wrap_read(int file, void* bytes, size_t size)
+{
+    if (!failsToRead) return __real_read(file, bytes, size);
+    errno = EIO;
+    return -1;
+}
+
+spng_ctx* __real_spng_ctx_new(int flags);
+
+spng_ctx* __wrap_spng_ctx_new(int flags)
+{
+    return failingDecoder > 0 && --failingDecoder == 0 ? nullptr : __real_spng_ctx_new(flags);
+}
+}
+
+namespace {
+
 using namespace pavo::test;
+using testing::Each;
 using testing::ElementsAre;
 using testing::EndsWith;
-using testing::HasSubstr;
 
 Pixel black(std::uint32_t, std::uint32_t)
 {
@@ -54,6 +82,11 @@ protected:
         context.render(*image, buffer.get());
         return pixelsOf(buffer.get());
     }
+    // The end of the line about a picture that cannot be decoded.
+    std::string undecoded(int error) const
+    {
+        return "Cannot decode picture " + path() + ": " + spng_strerror(error) + "\n";
+    }
     std::string path() const { return folder_.path() + "/picture.png"; }
 
 private:
@@ -64,14 +97,29 @@ TEST_F(CIImageTest, AMissingFileGivesNoImageAndALineInTheLog)
 {
     testing::internal::CaptureStderr();
     EXPECT_FALSE(ci::Image::imageWithContentsOfFile(path()));
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("Cannot open picture " + path()));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                EndsWith("Cannot open picture " + path() + ": No such file or directory\n"));
+}
+
+TEST_F(CIImageTest, AFileThatCannotBeReadGivesNoImageAndALineInTheLog)
+{
+    writeFile(path(), pngBytes(4, 4, black));
+    testing::internal::CaptureStderr();
+    failsToRead = true;
+    EXPECT_FALSE(ci::Image::imageWithContentsOfFile(path()));
+    failsToRead = false;
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                EndsWith("Cannot open picture " + path() + ": Input/output error\n"));
 }
 
 TEST_F(CIImageTest, AFileThatIsNoPictureGivesNoImageAndALineInTheLog)
 {
     testing::internal::CaptureStderr();
-    EXPECT_FALSE(imageFrom("no picture at all, only text"));
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("Cannot decode picture " + path()));
+    EXPECT_FALSE(imageFrom("no picture at all, only text as long as a picture's head"));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), EndsWith(undecoded(SPNG_ESIGNATURE)));
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(imageFrom(""));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), EndsWith(undecoded(SPNG_IO_EOF)));
 }
 
 TEST_F(CIImageTest, WhatIsNoRegularFileGivesNoImageAndOneLineInTheLogWithoutWaiting)
@@ -95,7 +143,8 @@ TEST_F(CIImageTest, AFileOfMoreThan64MebibytesGivesNoImage)
     ASSERT_EQ(::truncate(path().c_str(), (64L << 20) + 1), 0);
     testing::internal::CaptureStderr();
     EXPECT_FALSE(ci::Image::imageWithContentsOfFile(path()));
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("Cannot open picture " + path()));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                EndsWith("Cannot open picture " + path() + ": File too large\n"));
 }
 
 TEST_F(CIImageTest, ATruncatedPictureGivesNoImageWhereverItEnds)
@@ -106,6 +155,9 @@ TEST_F(CIImageTest, ATruncatedPictureGivesNoImageWhereverItEnds)
     ASSERT_TRUE(imageFrom(whole));
     for (std::size_t size = 0; size < whole.size(); ++size)
         EXPECT_FALSE(imageFrom(whole.substr(0, size))) << size;
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(imageFrom(whole.substr(0, whole.size() - 1)));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), EndsWith(undecoded(SPNG_IO_EOF)));
 }
 
 TEST_F(CIImageTest, ADamagedPictureGivesNoImage)
@@ -117,6 +169,11 @@ TEST_F(CIImageTest, ADamagedPictureGivesNoImage)
         bytes[index] ^= 0x40;
         EXPECT_FALSE(imageFrom(bytes)) << index;
     }
+    auto bytes = whole;
+    bytes[whole.find("IDAT") + 8] ^= 0x40;
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(imageFrom(bytes));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), EndsWith(undecoded(SPNG_ECHUNK_CRC)));
 }
 
 // Such a file comes from a broken program, not from a broken disk.
@@ -127,7 +184,7 @@ TEST_F(CIImageTest, APictureThatWasWrittenWithoutPixelsIsNotDrawnAndGivesALineIn
     sumAnew(bytes, "IDAT");
     testing::internal::CaptureStderr();
     const auto pixels = drawn(bytes);
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("Cannot decode picture " + path()));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), EndsWith(undecoded(SPNG_EIDAT_STREAM)));
     EXPECT_EQ(pixels, std::vector(400, Pixel{0x55, 0x55, 0x55, 0x55}));
 }
 
@@ -147,7 +204,20 @@ TEST_F(CIImageTest, APictureWithTooManyPixelsGivesNoImage)
     sumAnew(bytes, "IHDR");
     testing::internal::CaptureStderr();
     EXPECT_FALSE(imageFrom(bytes));
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("limit"));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), EndsWith(undecoded(SPNG_EUSER_WIDTH)));
+}
+
+TEST_F(CIImageTest, APictureForWhichThereIsNoDecoderGivesALineInTheLog)
+{
+    const auto bytes = pngBytes(4, 4, black);
+    // To look at it, and to draw it.
+    for (const int index : {1, 2}) {
+        testing::internal::CaptureStderr();
+        failingDecoder = index;
+        const auto pixels = drawn(bytes);
+        EXPECT_THAT(testing::internal::GetCapturedStderr(), EndsWith(undecoded(SPNG_EMEM)));
+        EXPECT_THAT(pixels, Each(Pixel{0x55, 0x55, 0x55, 0x55}));
+    }
 }
 
 TEST_F(CIImageTest, ReadingPicturesLeavesNoDescriptorOpen)
