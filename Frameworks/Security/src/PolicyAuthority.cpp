@@ -115,11 +115,12 @@ Answer checkAuthorization(const std::string& action, bool isInteractionAllowed)
 
     const auto cancellation = isInteractionAllowed ? newCancellationIdentifier() : std::string();
     const auto call = newMethodCall(bus.get(), kService, kPath, kInterface, "CheckAuthorization");
-    if (!call) return internalFailure("Cannot ask polkit", textOf(-ENOMEM));
     // No details: from a caller that is not root, polkit takes a question with any for an attempt at deceit.
-    result = sd_bus_message_append(call.get(), "(sa{sv})sa{ss}us", "system-bus-name", 1, "name", "s", self,
-                                   action.c_str(), 0, isInteractionAllowed ? kAllowUserInteraction : 0,
-                                   cancellation.c_str());
+    result =
+        call ? sd_bus_message_append(call.get(), "(sa{sv})sa{ss}us", "system-bus-name", 1, "name", "s", self,
+                                     action.c_str(), 0, isInteractionAllowed ? kAllowUserInteraction : 0,
+                                     cancellation.c_str())
+             : -ENOMEM;
     if (result < 0) return internalFailure("Cannot ask polkit", textOf(result));
 
     BusError error;

@@ -72,7 +72,7 @@ struct Header {
 // of their bytes is missing or wrong is told by check sums.
 Header check(std::span<const std::uint8_t> png)
 {
-    // The decoder takes the place of nothing for a mistake of ours.
+    // The decoder would say that it has been used wrongly.
     if (png.empty()) return {.error = SPNG_IO_EOF};
     const Decoder decoder = decoderOf(png);
     if (!decoder) return {.error = SPNG_EMEM};

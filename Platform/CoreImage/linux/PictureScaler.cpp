@@ -7,8 +7,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
-#include <cstring>
 #include <memory>
 #include <string>
 
@@ -130,8 +128,8 @@ std::string failureReason()
 {
     std::array<char, 256> text{};
     // What the library does not complain of is memory for the rows.
-    return zimg_get_last_error(text.data(), text.size()) == ZIMG_ERROR_SUCCESS ? std::strerror(ENOMEM)
-                                                                               : text.data();
+    if (zimg_get_last_error(text.data(), text.size()) == ZIMG_ERROR_SUCCESS) return "out of memory";
+    return text.data();
 }
 
 }  // namespace

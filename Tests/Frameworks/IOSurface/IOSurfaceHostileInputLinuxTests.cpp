@@ -14,10 +14,12 @@
 #include <functional>
 #include <limits>
 #include <string>
+#include <utility>
 
 #include "Frameworks/IOSurface/src/IOSurfaceTrailer.h"
 #include "Platform/Support/Ref.h"
 #include "Platform/Support/UniqueFd.h"
+#include "Tests/Frameworks/IOSurface/FailingCall.h"
 #include "Tests/Frameworks/IOSurface/RecordedErrors.h"
 #include "Tests/Support/Descriptors.h"
 
@@ -25,6 +27,7 @@ namespace {
 
 using iosurface::Trailer;
 using pavo::UniqueFd;
+using pavo::test::FailingCall;
 using pavo::test::openDescriptorCount;
 using pavo::test::takeErrors;
 
@@ -173,6 +176,16 @@ TEST(IOSurfaceHostileInputLinux, RefusesFilesOfImpossibleSize)
     expectRefused(makeFile(soundTrailer(), {.size = (off_t{1} << 30) + 2 * 4096}).get(),
                   "the file is too large");
     expectRefused(makeFile(soundTrailer(), {.size = off_t{1} << 50}).get(), "the file is too large");
+}
+
+TEST(IOSurfaceHostileInputLinux, RefusesASoundSurfaceThatTheSystemDoesNotHandOver)
+{
+    const auto file = makeFile(soundTrailer());
+    for (const auto& [function, reason] : {std::pair{"pread", "the trailer cannot be read"},
+                                           std::pair{"fcntl", "there is no descriptor left"}}) {
+        const FailingCall failure(function);
+        expectRefused(file.get(), reason);
+    }
 }
 
 TEST(IOSurfaceHostileInputLinux, RefusesATruncatedSurface)

@@ -19,6 +19,7 @@
 
 #include "Frameworks/IOSurface/src/IOSurfaceTrailer.h"
 #include "Platform/Support/UniqueFd.h"
+#include "Tests/Frameworks/IOSurface/FailingCall.h"
 #include "Tests/Frameworks/IOSurface/RecordedErrors.h"
 #include "Tests/Frameworks/Properties.h"
 #include "Tests/Support/Descriptors.h"
@@ -50,6 +51,7 @@ std::vector<std::string> pavo::test::takeErrors()
 
 namespace {
 
+using pavo::test::FailingCall;
 using pavo::test::makeArray;
 using pavo::test::makeDictionary;
 using pavo::test::openDescriptorCount;
@@ -177,6 +179,15 @@ TEST(IOSurfaceLinux, RefusesPlanesThatCannotBeUnderstood)
     setProperty(plane, Property(kIOSurfacePlaneHeight, CFSTR("8")));
     setProperty(asked, Property(kIOSurfacePlaneInfo, makeArray({plane.get()}).get()));
     expectNoSurface(asked, "the planes cannot be understood");
+}
+
+TEST(IOSurfaceLinux, IsNotMadeWhereTheSystemHasNoRoom)
+{
+    for (const auto& [function, reason] : {std::pair{"memfd_create", "there is no descriptor left"},
+                                           std::pair{"ftruncate", "the memory cannot be made"}}) {
+        const FailingCall failure(function);
+        expectNoSurface(properties(), reason);
+    }
 }
 
 TEST(IOSurfaceLinux, IsASealedMemoryFileWithATrailerAtItsEnd)

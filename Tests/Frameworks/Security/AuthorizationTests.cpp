@@ -8,10 +8,13 @@
 #include "Tests/Support/StandInPolkit.h"
 #include "Tests/Support/Wait.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <memory>
 #include <string>
 #include <thread>
@@ -23,6 +26,8 @@ namespace {
 
 using pavo::test::StandInPolkit;
 using Answer = StandInPolkit::Answer;
+using testing::EndsWith;
+using testing::HasSubstr;
 
 constexpr const char* kBlessRight = "com.apple.ServiceManagement.blesshelper";
 constexpr AuthorizationFlags kAsk =
@@ -31,6 +36,9 @@ constexpr AuthorizationFlags kAsk =
 // How long the library is let wait in place of what the framework asks for; 0 leaves it alone.
 std::atomic<std::uint64_t> shortenedTimeout_us = 0;
 std::atomic<std::uint64_t> wantedTimeout_us = 0;
+// What the test's own thread cannot do.
+thread_local bool failsToAsk = false;
+thread_local bool failsToRead = false;
 
 }  // namespace
 
@@ -42,6 +50,24 @@ extern "C" int __wrap_sd_bus_call(sd_bus* bus, sd_bus_message* call, uint64_t ti
     wantedTimeout_us = timeout;
     const auto shortened = shortenedTimeout_us.load();
     return __real_sd_bus_call(bus, call, shortened ? shortened : timeout, error, reply);
+}
+
+extern "C" int __real_sd_bus_message_new_method_call(sd_bus* bus, sd_bus_message** call, const char* service,
+                                                     const char* path, const char* interface,
+                                                     const char* method);
+extern "C" int __wrap_sd_bus_message_new_method_call(sd_bus* bus, sd_bus_message** call, const char* service,
+                                                     const char* path, const char* interface,
+                                                     const char* method)
+{
+    return failsToAsk ? -ENOMEM
+                      : __real_sd_bus_message_new_method_call(bus, call, service, path, interface, method);
+}
+
+extern "C" int __real_sd_bus_message_enter_container(sd_bus_message* message, char type,
+                                                     const char* contents);
+extern "C" int __wrap_sd_bus_message_enter_container(sd_bus_message* message, char type, const char* contents)
+{
+    return failsToRead ? -EBADMSG : __real_sd_bus_message_enter_container(message, type, contents);
 }
 
 namespace {
@@ -74,6 +100,18 @@ protected:
         AuthorizationItem item{right, 0, nullptr, 0};
         const AuthorizationRights rights{1, &item};
         return AuthorizationCopyRights(authorization_, &rights, nullptr, flags, nullptr);
+    }
+    // Asks, and expects an internal failure with this line in the log. `reason` is its end, or the beginning
+    // of that where it is the bus that words it.
+    void expectInternalFailure(const std::string& what, const std::string& reason,
+                               AuthorizationFlags flags = kAsk)
+    {
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(copyRights(flags), errAuthorizationInternal);
+        const auto log = testing::internal::GetCapturedStderr();
+        EXPECT_THAT(log,
+                    HasSubstr(" Error [com.tarnwell.macos.cam.platform:Security] " + what + ": " + reason));
+        EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << log;
     }
     bool isInHand() { return copyRights(kAuthorizationFlagDefaults) == errAuthorizationSuccess; }
 
@@ -167,19 +205,42 @@ TEST_F(Authorization, EachAnswerHasItsStatus)
 
 TEST_F(Authorization, AnAuthorityThatIsNotThereIsAnInternalFailure)
 {
-    EXPECT_EQ(copyRights(kAsk), errAuthorizationInternal);
+    expectInternalFailure("polkit does not answer", "The name org.freedesktop.PolicyKit1 was not provided");
 }
 
 TEST_F(Authorization, ABusThatIsNotThereIsAnInternalFailure)
 {
     bus_->kill();
-    EXPECT_EQ(copyRights(kAsk), errAuthorizationInternal);
+    expectInternalFailure("No system bus", "Connection refused\n");
+}
+
+TEST_F(Authorization, AQuestionThatCannotBePutIsAnInternalFailure)
+{
+    failsToAsk = true;
+    expectInternalFailure("Cannot ask polkit", "Cannot allocate memory\n");
+    failsToAsk = false;
+}
+
+TEST_F(Authorization, AnAnswerThatIsNoneIsAnInternalFailure)
+{
+    startPolkit(Answer::anotherType);
+    expectInternalFailure("polkit answers nonsense", "b\n");
+    polkit_->setAnswer(Answer::grant);
+    failsToRead = true;
+    expectInternalFailure("polkit answers nonsense", "Bad message\n");
+    failsToRead = false;
+}
+
+TEST_F(Authorization, AnActionThatPolkitDoesNotKnowIsAnInternalFailure)
+{
+    startPolkit(Answer::unknownAction);
+    expectInternalFailure("polkit does not answer", "Action is not registered\n");
 }
 
 TEST_F(Authorization, AnAuthorityThatDiesWhileItIsAskedIsAnInternalFailure)
 {
     startPolkit(Answer::die);
-    EXPECT_EQ(copyRights(kAsk), errAuthorizationInternal);
+    expectInternalFailure("polkit does not answer", "");
     EXPECT_FALSE(isInHand());
 }
 
@@ -190,7 +251,7 @@ TEST_F(Authorization, ABusThatDiesWhileThePersonThinksIsAnInternalFailure)
         pavo::test::waitFor([this] { return !polkit_->questions().empty(); }, std::chrono::seconds(20));
         bus_->kill();
     });
-    EXPECT_EQ(copyRights(kAsk), errAuthorizationInternal);
+    expectInternalFailure("polkit does not answer", "");
     killer.join();
 }
 
@@ -230,7 +291,7 @@ TEST_F(Authorization, AnAuthorityThatIsSilentWithoutAPromptIsAnInternalFailure)
 {
     startPolkit(Answer::nothing);
     shortenedTimeout_us = 50'000;
-    EXPECT_EQ(copyRights(kAuthorizationFlagExtendRights), errAuthorizationInternal);
+    expectInternalFailure("polkit does not answer", "", kAuthorizationFlagExtendRights);
     EXPECT_TRUE(polkit_->cancellations().empty());
 }
 
@@ -366,9 +427,24 @@ TEST_F(Authorization, IsFreedThoughPolkitHasGone)
 {
     startPolkit(Answer::grantForAWhile);
     EXPECT_EQ(copyRights(kAsk), errAuthorizationSuccess);
-    bus_->kill();
+    polkit_.reset();
+    testing::internal::CaptureStderr();
     EXPECT_EQ(AuthorizationFree(authorization_, kAuthorizationFlagDestroyRights), errAuthorizationSuccess);
     authorization_ = nullptr;
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                HasSubstr("Cannot give an authorization back: The name org.freedesktop.PolicyKit1 was not"));
+}
+
+TEST_F(Authorization, IsFreedThoughTheBusHasGone)
+{
+    startPolkit(Answer::grantForAWhile);
+    EXPECT_EQ(copyRights(kAsk), errAuthorizationSuccess);
+    bus_->kill();
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(AuthorizationFree(authorization_, kAuthorizationFlagDestroyRights), errAuthorizationSuccess);
+    authorization_ = nullptr;
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                EndsWith("Cannot give an authorization back: Connection refused\n"));
 }
 
 TEST_F(Authorization, RefusesWhatIsNoRequest)

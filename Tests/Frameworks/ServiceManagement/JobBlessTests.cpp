@@ -38,8 +38,10 @@ using pavo::test::StandInPolkit;
 using pavo::test::StandInSystemd;
 using JobEnd = StandInSystemd::JobEnd;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::StartsWith;
 
 constexpr const char* kLabel = "com.example.Helper";
 constexpr uid_t kSomebody = 65534;
@@ -111,6 +113,14 @@ struct Outcome {
     std::string text;
 };
 
+// As the log writes it.
+std::string inOneLine(std::string text)
+{
+    for (auto end = text.find('\n'); end != std::string::npos; end = text.find('\n'))
+        text.replace(end, 1, "\\n");
+    return text;
+}
+
 class JobBless : public testing::Test {
 protected:
     void SetUp() override
@@ -174,16 +184,24 @@ protected:
             cf::adopt(CFStringCreateWithCString(kCFAllocatorDefault, label.c_str(), kCFStringEncodingUTF8));
         cf::Ref<CFErrorRef> error;
         Outcome outcome;
+        testing::internal::CaptureStderr();
         outcome.isBlessed =
             SMJobBless(kSMDomainSystemLaunchd, text.get(), authorization_, error.receive()) != 0;
+        const auto log = testing::internal::GetCapturedStderr();
         EXPECT_NE(outcome.isBlessed, static_cast<bool>(error))
             << "an error comes with false, and with that only";
-        if (!error) return outcome;
+        if (!error) {
+            EXPECT_EQ(log, "");
+            return outcome;
+        }
         EXPECT_EQ(CFGetRetainCount(error.get()), 1);
         outcome.domain = CFStringGetCStringPtr(CFErrorGetDomain(error.get()), kCFStringEncodingUTF8);
         outcome.code = CFErrorGetCode(error.get());
         outcome.text = CFStringGetCStringPtr(cf::adopt(CFErrorCopyDescription(error.get())).get(),
                                              kCFStringEncodingUTF8);
+        EXPECT_THAT(log, EndsWith(" Error [com.tarnwell.macos.cam.platform:ServiceManagement] "
+                                  "Cannot install a helper: " +
+                                  inOneLine(outcome.text) + "\n"));
         return outcome;
     }
     // With the right in hand. Expects a refusal that is found here, before systemd hears of anything.
@@ -325,7 +343,8 @@ TEST_F(JobBless, WhatSystemdRefusesEndsTheInstallation)
           Case{"LinkUnitFiles", "org.freedesktop.DBus.Error.AccessDenied", kSMErrorAuthorizationFailure, 2},
           Case{"Subscribe", "org.freedesktop.DBus.Error.AccessDenied", kSMErrorAuthorizationFailure, 1}}) {
         systemd_->refuse(method, error);
-        EXPECT_THAT(expectFailure(code).text, HasSubstr(method)) << error;
+        EXPECT_THAT(expectFailure(code).text, StartsWith("systemd refuses " + std::string(method) + ": "))
+            << error;
         EXPECT_EQ(systemd_->calls().size() - before, callCount) << error;
         before = systemd_->calls().size();
     }
@@ -371,7 +390,8 @@ TEST_F(JobBless, ABusThatIsNotThereIsUnavailable)
 {
     obtainTheRight();
     bus_->kill();
-    expectFailure(kSMErrorServiceUnavailable);
+    EXPECT_EQ(expectFailure(kSMErrorServiceUnavailable).text,
+              "systemd cannot be reached: Connection refused");
 }
 
 TEST_F(JobBless, ASystemdThatDiesInACallIsUnavailable)
@@ -393,7 +413,7 @@ TEST_F(JobBless, AnAnswerWithoutAJobIsAFailure)
 {
     obtainTheRight();
     systemd_->garble("RestartUnit");
-    expectFailure(kSMErrorInternalFailure);
+    EXPECT_EQ(expectFailure(kSMErrorInternalFailure).text, "systemd answers RestartUnit without a job");
 }
 
 TEST_F(JobBless, ABundleWithoutTheHelperHasNothingToInstall)
@@ -508,16 +528,26 @@ TEST_F(JobBless, ALabelIsANameAndNoPath)
 TEST_F(JobBless, OnlyTheSystemsDomainHasHelpers)
 {
     obtainTheRight();
-    for (const CFStringRef domain : {CFSTR("kSMDomainUserLaunchd"), CFStringRef(nullptr)}) {
+    struct Case {
+        CFStringRef domain;
+        CFStringRef label;
+        CFIndex code;
+        const char* text;
+    };
+    const char* const wrongDomain = "Only the system's domain has privileged helpers";
+    for (const auto& [domain, label, code, text] :
+         {Case{CFSTR("kSMDomainUserLaunchd"), CFSTR("com.example.Helper"), kSMErrorInternalFailure,
+               wrongDomain},
+          Case{nullptr, CFSTR("com.example.Helper"), kSMErrorInternalFailure, wrongDomain},
+          Case{kSMDomainSystemLaunchd, nullptr, kSMErrorToolNotValid, "The helper has no label"}}) {
         cf::Ref<CFErrorRef> error;
-        EXPECT_FALSE(SMJobBless(domain, CFSTR("com.example.Helper"), authorization_, error.receive()));
+        testing::internal::CaptureStderr();
+        EXPECT_FALSE(SMJobBless(domain, label, authorization_, error.receive()));
+        EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                    EndsWith(std::string("Cannot install a helper: ") + text + "\n"));
         ASSERT_TRUE(error);
-        EXPECT_EQ(CFErrorGetCode(error.get()), kSMErrorInternalFailure);
+        EXPECT_EQ(CFErrorGetCode(error.get()), code);
     }
-    cf::Ref<CFErrorRef> error;
-    EXPECT_FALSE(SMJobBless(kSMDomainSystemLaunchd, nullptr, authorization_, error.receive()));
-    ASSERT_TRUE(error);
-    EXPECT_EQ(CFErrorGetCode(error.get()), kSMErrorToolNotValid);
     EXPECT_THAT(systemd_->calls(), IsEmpty());
 }
 

@@ -340,7 +340,7 @@ TEST(CIContext, WithoutMemoryNothingIsDrawnAndALineIsInTheLog)
     // For the rows, and for what the scaler needs to make them.
     for (const int map : {3, 4})
         EXPECT_THAT(logOfFailure(image, map),
-                    EndsWith("Cannot scale a picture to 4 x 3: Cannot allocate memory\n"));
+                    EndsWith("Cannot scale a picture to 4 x 3: out of memory\n"));
 }
 
 }  // namespace
