@@ -3,6 +3,7 @@
 #include "Platform/CoreMediaIO/linux/CameraReport.h"
 #include "Tests/Platform/CoreMediaIO/ClientProcess.h"
 #include "Tests/Platform/CoreMediaIO/TestCamera.h"
+#include "Tests/Support/CapturedLog.h"
 #include "Tests/Support/Patience.h"
 #include "Tests/Support/PipeWireSession.h"
 #include "Tests/Support/Wait.h"
@@ -167,18 +168,24 @@ TEST_F(CameraReportTest, NamesTheApplicationOfAClientThatCameThroughAPortal)
     EXPECT_EQ(clientOf(viaPortal.pid())->portalApplication, "org.example.Meeting");
 }
 
-TEST_F(CameraReportTest, CountsWhatCannotBeRead)
+TEST_F(CameraReportTest, CountsWhatCannotBeReadAndSaysItOnce)
 {
     publish(PipeWireSession::Daemon::absent);
     const ClientProcess client;
     const auto picture = test::makePicture(kCVPixelFormatType_422YpCbCr8, 64, 48, {0, 0, 255});
     camera_->startSending(picture);
     ASSERT_TRUE(client.waitForFrames(1));
+    pavo::test::CapturedLog log;
     arePicturesUnreadable = true;
-    EXPECT_TRUE(eventually([] { return report().frames.unusable > 0; }));
+    EXPECT_TRUE(eventually([] { return report().frames.unusable > 1; }));
     arePicturesUnreadable = false;
     const auto drawn = report().frames.drawn;
     EXPECT_TRUE(eventually([drawn] { return report().frames.drawn > drawn; }));
+    const std::string complaint = "Dropping samples of format '2vuy': they cannot be read or converted";
+    const auto& text = log.end();
+    const auto found = text.find(complaint);
+    ASSERT_NE(found, std::string::npos) << text;
+    EXPECT_EQ(text.find(complaint, found + 1), std::string::npos) << "said for each frame";
 }
 
 TEST_F(CameraReportTest, WaitsWhereNoPipeWireAnswers)

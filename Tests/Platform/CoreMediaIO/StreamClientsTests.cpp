@@ -1,5 +1,6 @@
 #include "Platform/CoreMediaIO/linux/StreamClients.h"
 #include "Tests/Platform/CoreMediaIO/Sources.h"
+#include "Tests/Support/CapturedLog.h"
 
 #include <gtest/gtest.h>
 
@@ -36,6 +37,8 @@ protected:
         ON_CALL(*source_, stopStream).WillByDefault(Return(true));
     }
 
+    ~StreamClientsTest() override { EXPECT_THAT(log_.end(), testing::HasSubstr(expectedLog_)); }
+
     std::vector<std::int32_t> streaming() const
     {
         std::vector<std::int32_t> processes;
@@ -53,6 +56,8 @@ protected:
                                 ExtensionStreamClockType::hostTime, source_);
     testing::MockFunction<void(std::int32_t)> refuse_;
     testing::MockFunction<void(const ExtensionStream::ClientsChange&)> observer_;
+    std::string expectedLog_;
+    pavo::test::CapturedLog log_;
     StreamClients clients_{provider_, stream_, refuse_.AsStdFunction()};
 };
 
@@ -115,6 +120,7 @@ TEST_F(StreamClientsTest, KeepsTheIdentityOfAClientWhileItIsThereAndGivesANewOne
 
 TEST_F(StreamClientsTest, RefusesAClientThatTheProviderDoesNotConnect)
 {
+    expectedLog_ = "Refused process 100: the provider does not connect it";
     EXPECT_CALL(*provider_, connectClient).WillOnce(Return(false));
     EXPECT_CALL(*source_, authorizedToStartStream).Times(0);
     EXPECT_CALL(*source_, startStream).Times(0);
@@ -127,6 +133,7 @@ TEST_F(StreamClientsTest, RefusesAClientThatTheProviderDoesNotConnect)
 
 TEST_F(StreamClientsTest, RefusesAClientThatIsNotAuthorisedAndAsksOnce)
 {
+    expectedLog_ = "Refused process 100: it may not start the stream";
     EXPECT_CALL(*source_, authorizedToStartStream(process(kFirst))).WillOnce(Return(false));
     EXPECT_CALL(*source_, startStream).Times(0);
     EXPECT_CALL(*source_, stopStream).Times(0);
@@ -150,6 +157,7 @@ TEST_F(StreamClientsTest, LetsOthersStreamBesideARefusedClient)
 
 TEST_F(StreamClientsTest, RefusesAClientWhenTheStreamDoesNotStartAndTriesAgainForTheNext)
 {
+    expectedLog_ = "Refused process 100: the stream does not start";
     EXPECT_CALL(*source_, startStream).WillOnce(Return(false)).WillOnce(Return(true));
     EXPECT_CALL(refuse_, Call(kFirst));
     clients_.setProcesses({kFirst});
@@ -160,8 +168,10 @@ TEST_F(StreamClientsTest, RefusesAClientWhenTheStreamDoesNotStartAndTriesAgainFo
 
 TEST_F(StreamClientsTest, RemovesTheLastClientThoughTheStreamDoesNotStop)
 {
+    expectedLog_ = "The stream does not stop: SomeDomain -7";
     clients_.setProcesses({kFirst});
-    EXPECT_CALL(*source_, stopStream).WillOnce(Return(false));
+    EXPECT_CALL(*source_, stopStream)
+        .WillOnce(DoAll(testing::SetArgPointee<0>(ns::Error{"SomeDomain", -7}), Return(false)));
     EXPECT_CALL(*provider_, disconnectClient(process(kFirst)));
     clients_.setProcesses({});
     EXPECT_TRUE(streaming().empty());
@@ -169,6 +179,7 @@ TEST_F(StreamClientsTest, RemovesTheLastClientThoughTheStreamDoesNotStop)
 
 TEST_F(StreamClientsTest, RefusesClientsWhenTheSourcesHaveGone)
 {
+    expectedLog_ = "Refused process 100: the camera has gone";
     source_.reset();
     EXPECT_CALL(refuse_, Call(kFirst));
     clients_.setProcesses({kFirst});
