@@ -17,6 +17,16 @@
 
 namespace cmio {
 
+namespace {
+
+// Whether this PipeWire, when a cycle begins, finishes the last one in place of clients that have not.
+bool finishesCycles()
+{
+    return ::strverscmp(pw_get_library_version(), "1.4") >= 0;
+}
+
+}  // namespace
+
 // PipeWire's callbacks, and the hook that they hang on.
 struct PipeWireNodeEvents {
     static CameraNode& node(void* data) { return *static_cast<CameraNode*>(data); }
@@ -35,6 +45,8 @@ struct PipeWireNodeEvents {
             table.add_buffer = [](void* data, pw_buffer* buffer) { node(data).addBuffer(buffer); };
             table.remove_buffer = [](void* data, pw_buffer* buffer) { node(data).removeBuffer(buffer); };
             table.process = [](void* data) { node(data).process(); };
+            // Older ones say it on the loop, where it comes too late to be of use.
+            if (finishesCycles()) table.trigger_done = [](void* data) { node(data).triggerDone(); };
             return table;
         }();
         return events;
@@ -58,6 +70,9 @@ constexpr std::size_t kBuffersLeftToStream = 3;
 // A trigger that gets lost must not end the pictures: after so many samples, half a second's, another is
 // sent.
 constexpr int kMaxTriggersSpared = 30;
+
+// PW_STREAM_FLAG_RT_TRIGGER_DONE, which older headers lack: that event comes on the data thread, too.
+constexpr std::uint32_t kTriggerDoneOnDataThread = 1U << 12;
 
 pw_properties* buildProperties(const CameraDescription& description)
 {
@@ -86,7 +101,8 @@ CameraNode::CameraNode(std::shared_ptr<PipeWireLoop> loop, CameraDescription des
     : loop_(std::move(loop)),
       description_(std::move(description)),
       onFailure_(std::move(onFailure)),
-      events_(std::make_unique<PipeWireNodeEvents>())
+      events_(std::make_unique<PipeWireNodeEvents>()),
+      cycle_(finishesCycles())
 {}
 
 CameraNode::~CameraNode() = default;
@@ -108,7 +124,8 @@ void CameraNode::attach(pw_core* core)
         formats[index] =
             buildFormat(builder, {kOfferedFormats[index], description_.width, description_.height});
     const auto flags = static_cast<pw_stream_flags>(PW_STREAM_FLAG_DRIVER | PW_STREAM_FLAG_RT_PROCESS |
-                                                    PW_STREAM_FLAG_MAP_BUFFERS);
+                                                    PW_STREAM_FLAG_MAP_BUFFERS |
+                                                    (finishesCycles() ? kTriggerDoneOnDataThread : 0));
     const int result = pw_stream_connect(stream_, PW_DIRECTION_OUTPUT, PW_ID_ANY, flags, formats.data(),
                                          static_cast<std::uint32_t>(formats.size()));
     if (result < 0)
@@ -123,7 +140,7 @@ void CameraNode::detach()
     // The data thread uses the stream until this has taken the node from it.
     pw_stream_destroy(stream_);
     stream_ = nullptr;
-    dropWaiting();
+    endStreaming();
     const std::lock_guard guard(drawingMutex_);
     layout_.reset();
     contentOfBuffer_.clear();
@@ -182,7 +199,7 @@ void CameraNode::stateChanged(int state, const char* error)
     }
     isStreaming_ = state == PW_STREAM_STATE_STREAMING;
     if (isStreaming_) return;
-    dropWaiting();
+    endStreaming();
     if (state == PW_STREAM_STATE_ERROR) {
         os_log_printf(faceLog(), OS_LOG_TYPE_ERROR, "PipeWire gave up the camera: %s",
                       error ? error : "no reason");
@@ -226,13 +243,29 @@ void CameraNode::removeBuffer(pw_buffer* buffer)
 
 void CameraNode::process()
 {
+    // In a graph that another node drives, nothing is triggered, nor done.
+    if (!pw_stream_is_driving(stream_)) {
+        cycle_.reset();
+        queueWaiting();
+    } else if (cycle_.process() && queueWaiting()) {
+        cycle_.handedOver();
+    }
+}
+
+void CameraNode::triggerDone()
+{
+    if (cycle_.triggerDone() && queueWaiting()) cycle_.handedOver();
+}
+
+bool CameraNode::queueWaiting()
+{
     const std::optional<OutgoingSample> outgoing = takeWaiting();
     // A client that asks again after a frame finds nothing new.
-    if (!outgoing) return;
+    if (!outgoing) return false;
     CVImageBufferRef pixels = CMSampleBufferGetImageBuffer(outgoing->sample.get());
     if (!pixels) {
         tally_.dropped(FrameTally::Drop::unusable);
-        return;
+        return false;
     }
     const PictureReader picture(cf::retain(pixels));
 
@@ -240,12 +273,12 @@ void CameraNode::process()
     if (!picture.isValid()) {
         complain(CVPixelBufferGetPixelFormatType(pixels));
         tally_.dropped(FrameTally::Drop::unusable);
-        return;
+        return false;
     }
     pw_buffer* buffer = layout_ ? takeFree() : nullptr;
     if (!buffer) {
         tally_.dropped(layout_ ? FrameTally::Drop::withoutBuffer : FrameTally::Drop::unwatched);
-        return;
+        return false;
     }
     spa_buffer* content = buffer->buffer;
     spa_chunk& chunk = *content->datas[0].chunk;
@@ -269,6 +302,7 @@ void CameraNode::process()
         tally_.drawn(surface && !IOSurfaceIsLocal(surface));
     else
         tally_.dropped(FrameTally::Drop::unusable);
+    return true;
 }
 
 std::optional<OutgoingSample> CameraNode::takeWaiting()
@@ -277,8 +311,9 @@ std::optional<OutgoingSample> CameraNode::takeWaiting()
     return std::exchange(waiting_, std::nullopt);
 }
 
-void CameraNode::dropWaiting()
+void CameraNode::endStreaming()
 {
+    cycle_.reset();
     if (takeWaiting()) tally_.dropped(FrameTally::Drop::unwatched);
     const std::lock_guard guard(drawingMutex_);
     contentSurface_ = {};

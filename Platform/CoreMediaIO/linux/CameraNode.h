@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/CoreMediaIO/linux/CameraReport.h"
+#include "Platform/CoreMediaIO/linux/DriverCycle.h"
 #include "Platform/CoreMediaIO/linux/FrameConverter.h"
 #include "Platform/CoreMediaIO/linux/FrameTally.h"
 #include "Platform/CoreMediaIO/linux/PipeWireLoop.h"
@@ -80,8 +81,10 @@ private:
     void addBuffer(pw_buffer* buffer);
     void removeBuffer(pw_buffer* buffer);
     void process();
+    void triggerDone();
+    bool queueWaiting();
     std::optional<OutgoingSample> takeWaiting();
-    void dropWaiting();
+    void endStreaming();
     pw_buffer* takeFree();
     std::size_t countHeldByClients() const;
     bool draw(const PictureReader& picture, IOSurfaceRef surface, pw_buffer& buffer);
@@ -96,6 +99,7 @@ private:
     std::atomic<bool> isStreaming_ = false;
     FrameTally tally_;
     int triggersSpared_ = 0;  // since the last trigger
+    DriverCycle cycle_;
 
     std::mutex waitingMutex_;
     std::optional<OutgoingSample> waiting_;  // guarded by waitingMutex_
