@@ -74,6 +74,13 @@ constexpr int kMaxTriggersSpared = 30;
 // PW_STREAM_FLAG_RT_TRIGGER_DONE, which older headers lack: that event comes on the data thread, too.
 constexpr std::uint32_t kTriggerDoneOnDataThread = 1U << 12;
 
+// Whoever has a buffer counts in it, we too. A client that was killed counts until the memory is given up.
+spa_meta_busy* busyOf(const pw_buffer& buffer)
+{
+    return static_cast<spa_meta_busy*>(
+        spa_buffer_find_meta_data(buffer.buffer, SPA_META_Busy, sizeof(spa_meta_busy)));
+}
+
 pw_properties* buildProperties(const CameraDescription& description)
 {
     pw_properties* properties =
@@ -231,6 +238,7 @@ void CameraNode::addBuffer(pw_buffer* buffer)
 {
     const std::lock_guard guard(drawingMutex_);
     contentOfBuffer_.emplace(buffer, kNothing);
+    patience_ = {};
 }
 
 void CameraNode::removeBuffer(pw_buffer* buffer)
@@ -321,6 +329,17 @@ void CameraNode::endStreaming()
 
 pw_buffer* CameraNode::takeFree()
 {
+    pw_buffer* buffer = takeUnheld();
+    if (!buffer && !contentOfBuffer_.empty() && patience_.isExhausted()) {
+        takeBackFromClients();
+        buffer = takeUnheld();
+    }
+    if (buffer) patience_.bufferFound();
+    return buffer;
+}
+
+pw_buffer* CameraNode::takeUnheld()
+{
     const std::size_t count = contentOfBuffer_.size();
     const std::size_t left = kBuffersLeftToStream + countHeldByClients();
     // A buffer that a client still holds goes to the end of the line: look at each once.
@@ -342,17 +361,27 @@ pw_buffer* CameraNode::takeFree()
     return buffer;
 }
 
-std::size_t CameraNode::countHeldByClients() const
+std::size_t CameraNode::countHeldByClients()
 {
-    // Whoever has a buffer counts in it, we too. A client that was killed counts until the memory is given
-    // up.
-    const auto held = std::ranges::count_if(contentOfBuffer_, [](const auto& buffer) {
-        void* found = spa_buffer_find_meta_data(buffer.first->buffer, SPA_META_Busy, sizeof(spa_meta_busy));
-        auto* busy = static_cast<spa_meta_busy*>(found);
-        return busy && std::atomic_ref(busy->count).load() > 0;
-    });
+    std::size_t held = 0;
+    for (const auto& [buffer, content] : contentOfBuffer_) {
+        spa_meta_busy* busy = busyOf(*buffer);
+        if (!busy) continue;
+        const std::atomic_ref count(busy->count);
+        const auto holders = static_cast<std::int32_t>(count.load());
+        // Below 0 after a client has given back what was taken from it before.
+        if (holders < 0) count.store(0);
+        held += holders > 0;
+    }
     const std::size_t ours = unusedBuffers_.size() + usedBuffers_.size();
-    return static_cast<std::size_t>(held) > ours ? static_cast<std::size_t>(held) - ours : 0;
+    return held > ours ? held - ours : 0;
+}
+
+void CameraNode::takeBackFromClients()
+{
+    // One that still reads may see the next frame in place of the one that it has had all the time.
+    for (const auto& [buffer, content] : contentOfBuffer_)
+        if (spa_meta_busy* busy = busyOf(*buffer)) std::atomic_ref(busy->count).store(0);
 }
 
 bool CameraNode::draw(const PictureReader& picture, IOSurfaceRef surface, pw_buffer& buffer)

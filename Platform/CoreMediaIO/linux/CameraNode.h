@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/CoreMediaIO/linux/BufferPatience.h"
 #include "Platform/CoreMediaIO/linux/CameraReport.h"
 #include "Platform/CoreMediaIO/linux/DriverCycle.h"
 #include "Platform/CoreMediaIO/linux/FrameConverter.h"
@@ -86,7 +87,9 @@ private:
     std::optional<OutgoingSample> takeWaiting();
     void endStreaming();
     pw_buffer* takeFree();
-    std::size_t countHeldByClients() const;
+    pw_buffer* takeUnheld();
+    std::size_t countHeldByClients();
+    void takeBackFromClients();
     bool draw(const PictureReader& picture, IOSurfaceRef surface, pw_buffer& buffer);
     std::uint64_t numberOfContent(IOSurfaceRef surface);
     void complain(OSType format);
@@ -111,6 +114,7 @@ private:
     // Free buffers that we have taken from the stream: those never drawn into, and the others.
     std::vector<pw_buffer*> unusedBuffers_;
     std::vector<pw_buffer*> usedBuffers_;
+    BufferPatience patience_;
     std::optional<VideoLayout> layout_;
     FrameConverter converter_;
     cf::Ref<IOSurfaceRef> contentSurface_;  // what contentNumber_ stands for

@@ -224,6 +224,32 @@ TEST_F(CameraRules, GivesFramesInThreeBuffersAtLeastWhateverKilledClientsHeld)
     EXPECT_GE(client.takeUsedBufferCount(), 3U);
 }
 
+TEST_F(CameraRules, GoesOnBesideAClientThatGivesNoFrameBack)
+{
+    send();
+    const PickyClient client(gstreamerHabits());
+    ASSERT_TRUE(client.waitForFrames(3)) << client.refusal();
+    ClientHabits habits = gstreamerHabits();
+    habits.givesBack = false;
+    const PickyClient greedy(habits);
+    // So many that it has taken all the memory more than once.
+    ASSERT_TRUE(greedy.waitForFrames(3 * client.bufferCount())) << greedy.refusal();
+    EXPECT_TRUE(client.waitForFrames(60));
+}
+
+TEST_F(CameraRules, TakesTheMemoryOfKilledClientsBackWhileOthersWatch)
+{
+    send();
+    const PickyClient client(gstreamerHabits());
+    ASSERT_TRUE(client.waitForFrames(3)) << client.refusal();
+    for (std::size_t round = 0; round <= client.bufferCount(); ++round) {
+        HoldingClient killed;
+        ASSERT_TRUE(killed.process().waitForFrames(1)) << round;
+        killed.process().end(SIGKILL);
+    }
+    EXPECT_TRUE(client.waitForFrames(60));
+}
+
 TEST_F(CameraRules, TellsEveryKindOfClientItsColours)
 {
     send();

@@ -376,6 +376,7 @@ TEST_F(CameraInPipeWire, GoesOnAfterAClientThatWantsAnotherFormat)
     ASSERT_TRUE(client.waitForFrames(1));
     ChildProcess other({"gst-launch-1.0", "pipewiresrc", "target-object=pavo-camera", "num-buffers=1", "!",
                         "video/x-raw,format=RGB16,width=320,height=240", "!", "fakesink"});
+    // Older GStreamers give up; newer ones stay linked, show nothing, and give no frame back.
     const auto connected = line("connect", other.pid());
     EXPECT_TRUE(waitFor(
         [&] {
@@ -383,9 +384,7 @@ TEST_F(CameraInPipeWire, GoesOnAfterAClientThatWantsAnotherFormat)
             return !other.isRunning() || std::find(events.begin(), events.end(), connected) != events.end();
         },
         kGStreamerDeadline));
-    if (!pavo::test::waitFor([&other] { return !other.isRunning(); }))
-        GTEST_SKIP() << "This GStreamer stays linked and gives back none of the frames that it takes";
-    EXPECT_TRUE(client.waitForMoreFrames(30));
+    EXPECT_TRUE(client.waitForMoreFrames(60));
     EXPECT_NE(other.waitForExit(std::chrono::milliseconds(0)), 0);
 }
 

@@ -269,7 +269,7 @@ void PickyClient::Impl::process()
 {
     while (pw_buffer* buffer = pw_stream_dequeue_buffer(stream)) {
         see(*buffer->buffer);
-        pw_stream_queue_buffer(stream, buffer);
+        if (habits.givesBack) pw_stream_queue_buffer(stream, buffer);
     }
 }
 

@@ -29,6 +29,7 @@ struct ClientHabits {
     bool aimsById = false;          // and not by name
     bool isReconnecting = true;     // wants another camera where this one goes
     bool asksForTransform = false;
+    bool givesBack = true;  // frames; or keeps each
 };
 
 // Chromium's and Firefox's: every format of libwebrtc's list, for the size that a page asks for.
