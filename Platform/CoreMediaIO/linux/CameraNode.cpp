@@ -74,7 +74,8 @@ constexpr int kMaxTriggersSpared = 30;
 // PW_STREAM_FLAG_RT_TRIGGER_DONE, which older headers lack: that event comes on the data thread, too.
 constexpr std::uint32_t kTriggerDoneOnDataThread = 1U << 12;
 
-// Whoever has a buffer counts in it, we too. A client that was killed counts until the memory is given up.
+// Whoever has a buffer counts in it, we too. A client that was killed counts until the memory is given up, or
+// taken back.
 spa_meta_busy* busyOf(const pw_buffer& buffer)
 {
     return static_cast<spa_meta_busy*>(

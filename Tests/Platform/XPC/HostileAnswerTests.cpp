@@ -7,7 +7,6 @@
 
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace pavo::test {
 namespace {
@@ -61,7 +60,7 @@ protected:
         const auto reading = readWithAnswer(answer);
         EXPECT_EQ(reading.degrees, std::nullopt);
         EXPECT_EQ(reading.error, connectionError(4101)) << reason;
-        EXPECT_TRUE(hasLogged("No reply of process " + std::to_string(::getpid()) + ": " + reason)) << reason;
+        EXPECT_TRUE(hasLogged("No reply of " + ownProcess() + ": " + reason)) << reason;
         EXPECT_EQ(readWithAnswer(soundAnswer).degrees, 19U);
         EXPECT_EQ(counts->interruptions + counts->invalidations, 0);
     }

@@ -47,7 +47,7 @@ protected:
 
     static std::string lostLine(const std::string& reason)
     {
-        return "Lost the connection to process " + std::to_string(::getpid()) + ": " + reason;
+        return "Lost the connection to " + ownProcess() + ": " + reason;
     }
 
     void expectInnocentWorks()

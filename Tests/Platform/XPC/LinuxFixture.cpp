@@ -88,6 +88,11 @@ extern "C" void __wrap_os_log_printf(os_log_t, os_log_type_t type, const char* f
     logLines.push_back({type, text});
 }
 
+std::string ownProcess()
+{
+    return "process " + std::to_string(::getpid());
+}
+
 bool hasLogged(const std::string& part)
 {
     const std::lock_guard lock(logMutex);

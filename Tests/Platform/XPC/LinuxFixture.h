@@ -22,6 +22,8 @@ std::size_t mappedSurfaceCount();
 // Messages that the face and its frameworks have logged since the test began.
 bool hasLogged(const std::string& part);
 std::size_t loggedErrorCount();
+// As the log names a peer in this process.
+std::string ownProcess();
 
 // The program that plays another process.
 std::string peerProgram();

@@ -5,7 +5,6 @@
 #include "Tests/Support/Wait.h"
 
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -98,10 +97,8 @@ TEST_F(XPCListenerTest, PeerThatSpeaksNoDBusIsDropped)
     ASSERT_TRUE(web.send("GET / HTTP/1.1\r\n\r\n"));
     EXPECT_TRUE(web.waitForEnd());
     EXPECT_EQ(house->acceptedCount(), 0U);
-    EXPECT_TRUE(waitFor([] {
-        return hasLogged("Lost the connection to process " + std::to_string(::getpid()) +
-                         ": authentication: ");
-    }));
+    EXPECT_TRUE(
+        waitFor([] { return hasLogged("Lost the connection to " + ownProcess() + ": authentication: "); }));
 }
 
 TEST_F(XPCListenerTest, EndlessAuthenticationLineIsDropped)
@@ -120,10 +117,8 @@ TEST_F(XPCListenerTest, OldestOfTooManySilentPeersIsDroppedAndARealOneStillGetsI
     for (int i = 0; i < 17; ++i)
         silent.push_back(connectRaw(*listener));
     EXPECT_TRUE(silent.front().waitForEnd());
-    EXPECT_TRUE(waitFor([] {
-        return hasLogged("Too many peers that do not authenticate: dropped process " +
-                         std::to_string(::getpid()));
-    }));
+    EXPECT_TRUE(waitFor(
+        [] { return hasLogged("Too many peers that do not authenticate: dropped " + ownProcess()); }));
 
     const auto connection = connectByEndpoint();
     endLater(connection);

@@ -98,11 +98,6 @@ int __wrap_sd_bus_process(sd_bus* bus, sd_bus_message** message)
 namespace pavo::test {
 namespace {
 
-std::string ownProcess()
-{
-    return "process " + std::to_string(::getpid());
-}
-
 class XPCRefusalTest : public XPCTest {
 protected:
     // The listener drops the peer, says so, and lets the next one in.
